@@ -1,0 +1,184 @@
+#pragma once
+
+#include "CDSCallData.h"
+#include "CDSCallbackMsg.h"
+#include "CDSExport.h"
+#include "CDSResults.h"
+#include "CDSTimestamp.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+class CDSNetProxyCallback;
+class CEventLogHelp;
+class CPCritSec;
+class CPEvent;
+class CPThread;
+
+/// The store as its host's components see it.
+///
+/// There is no virtual destructor: the host destroys the store as a CCDSAPI, never through this interface.
+class CDS_API CBaseCDSAPI
+{
+public:
+    virtual long Initialize(const std::string& sServerIP, unsigned long ulNumber) = 0;
+    virtual long Finalize() = 0;
+    virtual long Register(unsigned long ulReqHandle, const std::string& sRegID, const std::string& sIP,
+                          const std::string& sCallID, const std::string& sEvent, long (*pfnCallback)(CCallbackMsg*),
+                          unsigned long ulTraceID) = 0;
+    virtual long Unregister(const std::string& sRegID) = 0;
+    virtual long Update(const std::string& sRegID, CCallData* pData, bool bCheckRegistrants) = 0;
+    virtual unsigned long long GetCallIDTimestamp(const std::string& sCallID) = 0;
+    virtual long GetCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp) = 0;
+    virtual unsigned long GetServerTickCount(unsigned long ulServer) = 0;
+    virtual unsigned long long GetServerTimestamp(unsigned long ulServer) = 0;
+
+protected:
+    ~CBaseCDSAPI() = default;
+};
+
+/// The call data store. A process has one.
+///
+///     CCDSAPI::initLogger();
+///     auto pStore = std::make_unique<CCDSAPI>();
+///     pStore->Initialize("127.0.0.1", 0);
+///     pStore->Register(0, "watcher", "127.0.0.1", "sip:4711", "*", onChange, 1);
+///     CCallData call(pStore.get(), "sip:4711");
+///     call.setProperty(CDSPROP_CALLERID, pBytes, nBytes);
+///     pStore->Register(0, "writer", "127.0.0.1", "sip:4711", "none", nullptr, 2);
+///     pStore->Update("writer", &call, true);   // onChange runs here, with exactly what changed
+///     pStore->Finalize();
+///
+/// The store keeps one record per call. An update is merged into it, and the difference goes to every registrant of
+/// the call and of call ID "*" whose event asks for it. When the last registrant of a call leaves, its data is kept
+/// for 30 seconds (a new registrant takes it up again) and then dropped, at the latest 10 seconds later; registrants
+/// of "*" get it a last time, with event "EOC", if the call belonged to this server.
+///
+/// Threads    every operation may be called from any thread. A registrant's callback runs on the thread whose call
+///            caused it (the timing thread for "EOC"), with the store locked: it must not call Register, Unregister,
+///            Update, GetCallData or Finalize, nor wait for a thread that does.
+/// Ownership  the store never keeps a record that it is handed. The record that a callback gets is the store's own or
+///            one made for this delivery: read it until the callback returns, copy what is to be kept.
+/// Errors     results are 0 or a negative code of CDSResults.h. Only the constructor throws (std::bad_alloc).
+///            A callback that throws on a host thread ends the operation, whose caller gets the exception.
+class CDS_API CCDSAPI : public CBaseCDSAPI
+{
+public:
+    /// Makes the store; starts no thread. When a part of it cannot be made this is written to the trace log and every
+    /// later operation returns E_CDS_OUTOFMEMORY.
+    CCDSAPI();
+
+    /// Stops whatever still runs and frees everything. Ends trace logging.
+    ~CCDSAPI();
+    CCDSAPI(const CCDSAPI&) = delete;
+    CCDSAPI& operator=(const CCDSAPI&) = delete;
+
+    /// Starts the store: its timing thread and the exchange with peers. Stops them first if they run.
+    ///
+    /// @param sServerIP  this server's own address, as registrants name it
+    /// @param ulNumber   written to the trace log, nothing else
+    /// @return 0, also when the exchange with peers could not start; E_FAIL when the timing thread could not
+    long Initialize(const std::string& sServerIP, unsigned long ulNumber) override;
+
+    /// Stops the store and frees the calls' data. Registrations stay. Must not run on a thread of the store, nor in a
+    /// callback.
+    ///
+    /// @return 0
+    long Finalize() override;
+
+    /// Registers interest in one call, or in all.
+    ///
+    /// @param ulReqHandle  handed back in every message, unchanged
+    /// @param sRegID       unique name of the registration
+    /// @param sIP          address of the server that holds the call's data
+    /// @param sCallID      the call, or "*" for every call
+    /// @param sEvent       "*": changes, and the data there is at once; "@": changes, and every registration and
+    ///                     unregistration in the store; "EOC": the last delivery of a call; any other: no changes
+    /// @param pfnCallback  may be null; its result is only logged
+    /// @param ulTraceID    names the registrant in trace lines, 32 bits
+    /// @return 0, E_CDS_EXISTS when the ID is registered already, E_CDS_OUTOFMEMORY
+    long Register(unsigned long ulReqHandle, const std::string& sRegID, const std::string& sIP,
+                  const std::string& sCallID, const std::string& sEvent, long (*pfnCallback)(CCallbackMsg*),
+                  unsigned long ulTraceID) override;
+
+    /// @return 0, or E_CDS_NOTFOUND; afterwards the callback is not called any more
+    long Unregister(const std::string& sRegID) override;
+
+    /// Merges data into the record of the call that the data names, and delivers what changed.
+    ///
+    /// @param sRegID             the updater's registration; it gets its own change too if registered for it
+    /// @param pData              stays the caller's; the caller keeps it still during the call
+    /// @param bCheckRegistrants  true: refuse data that nobody but the updater is registered for by its call ID
+    /// @return 0; E_CDS_NULLDATA; E_CDS_NOTFOUND when the updater is unknown or nobody is registered;
+    ///         E_CDS_OUTOFMEMORY
+    long Update(const std::string& sRegID, CCallData* pData, bool bCheckRegistrants) override;
+
+    /// Delivers the whole data of a call to one registrant, whatever it is registered for.
+    ///
+    /// @return 0, also without callback; E_CDS_NOTFOUND when there is no such data or registration; E_CDS_OUTOFMEMORY
+    long GetCallData(const std::string& sRegID, const std::string& sCallID);
+
+    // Times, of the owner of a call or of a named server when a time-query callback is set, else of this machine. They
+    // take no lock of the store. A query that fails gives 0, or leaves the stamp as it was.
+
+    /// UTC file time.
+    unsigned long long GetCallIDTimestamp(const std::string& sCallID) override;
+    /// @return 0 whatever happened
+    long GetCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp) override;
+    /// Milliseconds, 32 bits.
+    unsigned long GetServerTickCount(unsigned long ulServer) override;
+    /// UTC file time.
+    unsigned long long GetServerTimestamp(unsigned long ulServer) override;
+
+    /// Sets whom the time queries ask; null for the local clock. It stays the caller's and outlives its use.
+    void SetNetProxyCallback(CDSNetProxyCallback* pCallback);
+
+    /// Starts trace logging; the host calls it before it uses the store.
+    static void initLogger();
+    /// Ends trace logging; a later trace line starts it again.
+    static void finalizeLogger();
+
+    /// A new random identifier.
+    static std::string createGUID();
+
+    /// Has the state of the exchange with peers written to the trace log, by its own thread.
+    ///
+    /// @param nFull  not 0: with every detail
+    void Dump(int nFull);
+
+private:
+    class CRegIDData;
+    class CUnregData;
+    struct CTables;
+    class CSlowWarning;
+
+    static void timingThread(void* pStore);
+    void timingThreadFunc();
+    void expireUnregData();
+    void stopTimingThread();
+
+    bool isWhole() const noexcept;
+    long registerLocked(CRegIDData&& data);
+    void reviveUnregData(const std::string& sCallID);
+    long sendCurrentData(const CRegIDData& registrant, long lResult);
+    long unregisterLocked(const std::string& sRegID);
+    void keepUnregData(const CRegIDData& lastRegistrant);
+    long sendRegistration(const std::string& sRegID, const std::string& sIP, const std::string& sCallID,
+                          bool bRegister);
+    long updateLocked(const std::string& sRegID, CCallData* pData, bool bCheckRegistrants);
+    CCallData* insertCallData(const std::string& sCallID, CCallData* pData, bool* pbChanged, CCallData** ppDiff);
+    long sendCallData(const std::string& sCallID, const std::string& sEvent, CCallData* pData);
+    long deliver(const CRegIDData& registrant, const std::string& sRegID, CDSCALLBACKREASON eReason,
+                 CCallbackData* pPayload);
+    long callCallback(long (*pfnCallback)(CCallbackMsg*), CCallbackMsg* pMessage);
+
+    CEventLogHelp* m_pEventLog = nullptr;
+    CPCritSec* m_pcritsec = nullptr; // guards *m_pTables
+    std::unique_ptr<CTables> m_pTables;
+    std::atomic<CDSNetProxyCallback*> m_pNetProxyCallback = nullptr;
+    CPEvent* m_pTimingEvent = nullptr;
+    CPThread* m_pTimingThread = nullptr; // null when not running
+    std::string m_sServerIP;
+    class CCDSNetProxy* m_pOwnProxy = nullptr; // the proxy that this store made
+};

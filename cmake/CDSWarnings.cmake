@@ -1,0 +1,14 @@
+# Warnings for our own targets; sanitizers come from the presets' flags.
+# -Wnull-dereference stays out: from GCC 12 on it reports falsely.
+add_library(cds_warnings INTERFACE)
+target_compile_options(
+    cds_warnings
+    INTERFACE -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wformat=2
+              -Woverloaded-virtual
+              $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+              $<$<BOOL:${CDS_WERROR}>:-Werror>)
