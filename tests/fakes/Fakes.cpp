@@ -1,0 +1,22 @@
+#include "Fakes.h"
+
+CFakeWorld::CFakeWorld()
+{
+    reset();
+}
+
+CFakeWorld::~CFakeWorld()
+{
+    reset();
+}
+
+void CFakeWorld::reset()
+{
+    CFakeClock::reset();
+    CFakeConfiguration::reset();
+    CFakeEvents::reset();
+    CFakeGuid::reset();
+    CFakeLocks::reset();
+    CFakeLog::reset();
+    CFakeThreads::reset();
+}
