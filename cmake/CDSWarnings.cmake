@@ -1,4 +1,5 @@
 # Warnings for our own targets; sanitizers come from the presets' flags.
+#
 # -Wnull-dereference stays out: from GCC 12 on it reports falsely.
 add_library(cds_warnings INTERFACE)
 target_compile_options(
