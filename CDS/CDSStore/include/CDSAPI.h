@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+class CCDSNetProxy;
 class CDSNetProxyCallback;
 class CEventLogHelp;
 class CPCritSec;
@@ -150,35 +151,35 @@ public:
 private:
     class CRegIDData;
     class CUnregData;
-    struct CTables;
-    class CSlowWarning;
+    class CTables;
 
     static void timingThread(void* pStore);
     void timingThreadFunc();
     void expireUnregData();
-    void stopTimingThread();
+    void stop();
 
     bool isWhole() const noexcept;
     long registerLocked(CRegIDData&& data);
-    void reviveUnregData(const std::string& sCallID);
-    long sendCurrentData(const CRegIDData& registrant, long lResult);
+    long sendCurrentData(const CRegIDData& registrant);
     long unregisterLocked(const std::string& sRegID);
-    void keepUnregData(const CRegIDData& lastRegistrant);
     long sendRegistration(const std::string& sRegID, const std::string& sIP, const std::string& sCallID,
                           bool bRegister);
     long updateLocked(const std::string& sRegID, CCallData* pData, bool bCheckRegistrants);
     CCallData* insertCallData(const std::string& sCallID, CCallData* pData, bool* pbChanged, CCallData** ppDiff);
+    CCallData* changeCallData(CCallData* pCurrent, CCallData* pData, bool* pbChanged, CCallData** ppDiff);
     long sendCallData(const std::string& sCallID, const std::string& sEvent, CCallData* pData);
     long deliver(const CRegIDData& registrant, const std::string& sRegID, CDSCALLBACKREASON eReason,
                  CCallbackData* pPayload);
     long callCallback(long (*pfnCallback)(CCallbackMsg*), CCallbackMsg* pMessage);
 
-    CEventLogHelp* m_pEventLog = nullptr;
-    CPCritSec* m_pcritsec = nullptr; // guards *m_pTables
+    // The order in which the destructor lets these go is its own.
+    std::unique_ptr<CEventLogHelp> m_pEventLog;
+    std::unique_ptr<CPCritSec> m_pcritsec; // guards *m_pTables
     std::unique_ptr<CTables> m_pTables;
-    std::atomic<CDSNetProxyCallback*> m_pNetProxyCallback = nullptr;
-    CPEvent* m_pTimingEvent = nullptr;
-    CPThread* m_pTimingThread = nullptr; // null when not running
+    std::atomic<CDSNetProxyCallback*> m_pNetProxyCallback = nullptr; // not owned
+    std::unique_ptr<CPEvent> m_pTimingEvent;                         // stops the timing thread
+    std::unique_ptr<CPThread> m_pTimingThread;                       // null when not running
+    std::unique_ptr<CCDSNetProxy> m_pNetProxy;                       // what g_pCDSNetProxy points to
     std::string m_sServerIP;
-    class CCDSNetProxy* m_pOwnProxy = nullptr; // the proxy that this store made
+    bool m_bRunning = false; // from Initialize to Finalize
 };

@@ -9,9 +9,12 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 class CBaseCDSAPI;
+class CParamsX;
 class CPCritSec;
 
 /// Everything known about one call: named properties, each holding its latest value, and named logs, each holding a
@@ -87,7 +90,18 @@ public:
         void DumpContent(std::string& sDump) const;
 
     private:
-        std::size_t readableBytes() const noexcept { return m_pData != nullptr ? static_cast<std::size_t>(m_nLength) : 0; }
+        friend class CCallData;
+        struct CFromText
+        {
+        };
+
+        CCDSBlob() = default;
+        CCDSBlob(std::string_view text, CFromText tag);
+        void readFrom(std::string_view text);
+        std::size_t readableBytes() const noexcept
+        {
+            return m_pData != nullptr ? static_cast<std::size_t>(m_nLength) : 0;
+        }
 
         std::string m_sName;
         unsigned char* m_pData = nullptr; // from malloc
@@ -165,8 +179,8 @@ public:
                      const CCDSTimestamp& tsSince, CCDSTimestamp* pts);
     /// The entries of one log in time order. Another name than in the call before takes a new snapshot and goes on at
     /// the caller's index.
-    long getLogEntry(std::string sName, int* pIndex, unsigned char** ppData, int* pLength,
-                     const CCDSTimestamp& tsSince, CCDSTimestamp* pts);
+    long getLogEntry(std::string sName, int* pIndex, unsigned char** ppData, int* pLength, const CCDSTimestamp& tsSince,
+                     CCDSTimestamp* pts);
     /// The entries of every log whose name begins with the text, log by log in name order.
     long getLogEntryByPartialName(std::string sPartialName, int* pIndex, unsigned char** ppData, int* pLength,
                                   const CCDSTimestamp& tsSince, CCDSTimestamp* pts);
@@ -179,7 +193,10 @@ public:
     long getLogNameCount() const;
 
     /// How many writes were offered, taken or not. Read without the lock.
-    unsigned long getSetPropertiesCount() const noexcept { return m_dwSetPropertiesCount.load(std::memory_order_relaxed); }
+    unsigned long getSetPropertiesCount() const noexcept
+    {
+        return m_dwSetPropertiesCount.load(std::memory_order_relaxed);
+    }
     unsigned long getAppendLogEntriesCount() const noexcept
     {
         return m_dwAppendLogEntriesCount.load(std::memory_order_relaxed);
@@ -228,24 +245,24 @@ public:
 
 private:
     struct CCursors;
-    struct CRecordLock;
 
     /// A map kept as a vector in key order: records hold few items, mostly added at the end, and pay no node for each.
     /// The key is read from the value, which the map owns.
     template <class TValue, auto pfnKey> class CSortedMap
     {
     public:
-        using CItems = std::vector<std::unique_ptr<TValue>>;
+        using CItems = std::vector<std::unique_ptr<TValue>>; // in key order
+        static const auto& keyOf(const TValue& value) { return (value.*pfnKey)(); }
         template <class TKey> typename CItems::const_iterator lowerBound(const TKey& key) const
         {
             // Most writes go behind everything there is.
-            if (m_vecItems.empty() || (m_vecItems.back().get()->*pfnKey)() < key)
+            if (m_vecItems.empty() || keyOf(*m_vecItems.back()) < key)
                 return m_vecItems.end();
             auto first = m_vecItems.begin();
             for (auto n = m_vecItems.end() - first; n > 0;)
             {
                 const auto half = n / 2;
-                if (((first + half)->get()->*pfnKey)() < key)
+                if (keyOf(**(first + half)) < key)
                 {
                     first += half + 1;
                     n -= half + 1;
@@ -257,7 +274,7 @@ private:
         }
         template <class TKey> bool holdsAt(typename CItems::const_iterator it, const TKey& key) const
         {
-            return it != m_vecItems.end() && (it->get()->*pfnKey)() == key;
+            return it != m_vecItems.end() && keyOf(**it) == key;
         }
         /// Null when there is none.
         template <class TKey> TValue* find(const TKey& key) const
@@ -279,6 +296,9 @@ private:
         void reserve(std::size_t uCount) { m_vecItems.reserve(uCount); }
         std::size_t size() const noexcept { return m_vecItems.size(); }
         bool empty() const noexcept { return m_vecItems.empty(); }
+        /// For loading many at once: the items leave the map, and come back in key order.
+        CItems takeItems() noexcept { return std::exchange(m_vecItems, {}); }
+        void giveItems(CItems vecItems) noexcept { m_vecItems = std::move(vecItems); }
         typename CItems::const_iterator begin() const noexcept { return m_vecItems.begin(); }
         typename CItems::const_iterator end() const noexcept { return m_vecItems.end(); }
 
@@ -300,22 +320,34 @@ public:
     };
 
 private:
+    using CPropertyMap = CSortedMap<CCDSBlob, &CCDSBlob::name>;
+    using CLogMap = CSortedMap<CLogEntries, &CLogEntries::name>;
     friend class CCDSAPI; // finds stored records by their call ID
 
-    long copyInto(CCallData& target, CCallData* pOther, bool* pbFound);
-    long mergeProperties(const CCallData& from, bool* pbChanged);
-    long mergeLogs(const CCallData& from, bool* pbChanged);
     long ownStamp(CCDSTimestamp* ptsStamp) const;
-    long readProperties(const class CParamsX& list, long* plPosition);
+    template <class TOperation> static long makingBlob(TOperation operation);
+    void replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob);
+    void retire(std::unique_ptr<CCDSBlob> pReplaced);
+    void addSize(long lDifference) noexcept;
+
+    long copyNewInto(CCallData& target, CCallData* pOther, bool* pbFound) const;
+    long mergeProperties(const CCallData& from, bool* pbChanged);
+    long mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged);
+
+    std::int64_t readProperties(const CParamsX& list);
+    long readLogs(const CParamsX& list, std::int64_t llPosition);
+    static std::uint32_t readEntries(const CParamsX& list, std::int64_t llPosition, long lCount, CLogEntries* pLog);
+    static std::unique_ptr<CCDSBlob> readBlob(const CParamsX& list, std::int64_t llPosition);
+
     CCursors& cursors();
+    static void takeEntries(const CLogEntries& log, std::vector<const CCDSBlob*>* pvecSnapshot);
     long nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, int* pIndex, unsigned char** ppData,
                         int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts, const CCDSBlob** ppBlob) const;
-    void addSize(long lDifference) noexcept;
 
     std::string m_sCallID;
     CBaseCDSAPI* m_pOwner;
-    CSortedMap<CCDSBlob, &CCDSBlob::name> m_mapProperties;
-    CSortedMap<CLogEntries, &CLogEntries::name> m_mapLogEntries;
+    CPropertyMap m_mapProperties;
+    CLogMap m_mapLogEntries;
     std::unique_ptr<CCursors> m_pCursors; // null until the first iteration
     struct
     {

@@ -4,6 +4,7 @@
 #include "CDSExport.h"
 #include "CDSTimestamp.h"
 
+#include <cstdint>
 #include <string>
 
 /// What a callback message carries.

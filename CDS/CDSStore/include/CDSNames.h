@@ -34,6 +34,6 @@ CDS_API extern const std::string CDSLOG_QUEUE_STEP;
 CDS_API extern const std::string CDSLOG_QUEUE_AGENT_WRAPUP;
 CDS_API extern const std::string CDSLOG_TUPLE_CONF_PARTY;
 CDS_API extern const std::string CDSLOG_MEDIASTREAM_ENTRY;
-CDS_API extern const std::string CDSLOG_TUPLE_LINEINFO;    ///< "LINEINFO": the value lacks the TUPLE_ of its name
-CDS_API extern const std::string CDSLOG_LEGACYLOG_ENTRY;   ///< the prefix is part of this value
-CDS_API extern const std::string CDSLOG_CDRDATA_ENTRY;     ///< and of this one
+CDS_API extern const std::string CDSLOG_TUPLE_LINEINFO;  ///< "LINEINFO": the value lacks the TUPLE_ of its name
+CDS_API extern const std::string CDSLOG_LEGACYLOG_ENTRY; ///< the prefix is part of this value
+CDS_API extern const std::string CDSLOG_CDRDATA_ENTRY;   ///< and of this one

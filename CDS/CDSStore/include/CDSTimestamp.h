@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 /// The time stamp that orders everything in the store: a clock value, and an increment that tells apart stamps taken
 /// within one clock tick.
@@ -11,6 +12,7 @@
 /// Stamps order by value, unsigned, then by increment, signed: a strict total order, fit for the key of a map.
 ///
 /// Threads    a plain value; one object belongs to one thread at a time.
+/// Errors     text operations throw std::bad_alloc.
 /// Units      the value is UTC file time: 100-nanosecond intervals since 1601-01-01 00:00.
 class CDS_API CCDSTimestamp
 {
@@ -67,6 +69,8 @@ public:
     /// @return 0
     /// @throws unsigned long  the code of E_FAIL, when the text is no parameter list
     long deserialize(const std::string& sText);
+    /// The same from a part of a text.
+    long deserializeView(std::string_view text);
 
 private:
     std::uint64_t m_ullValue;

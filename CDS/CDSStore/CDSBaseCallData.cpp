@@ -1,0 +1,250 @@
+// The record: its making, its writers and the look-ups by name.
+
+#include "CDSAPI.h"
+#include "CDSBase.h"
+#include "CDSLogging.h"
+#include "CDSTraceText.h"
+#include "CPortable.h"
+
+CCallData::CLogEntries::CLogEntries(std::string sName, const CCDSTimestamp& tsLastAppend)
+    : m_sName(std::move(sName)), m_tsLastAppend(tsLastAppend)
+{
+}
+
+CCallData::CCallData(const std::string& sCallID) : CCallData(nullptr, sCallID) {}
+
+CCallData::CCallData(CBaseCDSAPI* pOwner, const std::string& sCallID)
+    : m_sCallID(sCallID), m_pOwner(pOwner), m_pCritsec(std::make_unique<CPCritSec>("CCallData::m_pCritsec", 1))
+{
+    CCDSLogging::logInfo("CCallData Malloc: 0x%08X", cdsIdentity(this));
+    CPSystemTime stNow;
+    CPortable::GetSystemTime(&stNow);
+    m_stCreated = {stNow.wYear, stNow.wMonth,  stNow.wDayOfWeek, stNow.wDay,
+                   stNow.wHour, stNow.wMinute, stNow.wSecond,    stNow.wMilliseconds};
+}
+
+CCallData::CCallData(const std::string& sText, bool /*bReserved*/) : CCallData(nullptr, std::string())
+{
+    (void)CCallData::deserialize(sText); // a series that cannot be made throws here: no half record is handed out
+}
+
+CCallData::~CCallData()
+{
+    CCDSLogging::logInfo("CCallData Free: 0x%08X", cdsIdentity(this));
+    (void)CCallData::clear(); // always 0
+}
+
+long CCallData::addRef()
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    return ++m_lRefCount;
+}
+
+long CCallData::decRef()
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    return --m_lRefCount;
+}
+
+long CCallData::setCallID(const std::string& sCallID)
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    return cdsGuarded([&] {
+        m_sCallID = sCallID;
+        return 0L;
+    });
+}
+
+long CCallData::getCallID(std::string& sCallID) const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    return cdsGuarded([&] {
+        sCallID = m_sCallID;
+        return 0L;
+    });
+}
+
+long CCallData::getCallID(std::string* psCallID) const
+{
+    return getCallID(*psCallID);
+}
+
+void CCallData::addSize(long lDifference) noexcept
+{
+    m_dwSize.fetch_add(static_cast<std::uint32_t>(lDifference), std::memory_order_relaxed);
+}
+
+unsigned long CCallData::getsize()
+{
+    return m_dwSize.load(std::memory_order_relaxed);
+}
+
+long CCallData::setProperty(const std::string& sName, unsigned char* const& pData, int nLength,
+                            const CCDSTimestamp& tsStamp, bool /*bReserved*/, bool* pbChanged)
+{
+    *pbChanged = false;
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    m_dwSetPropertiesCount.fetch_add(1, std::memory_order_relaxed);
+    return makingBlob([&] {
+        const auto it = m_mapProperties.lowerBound(sName);
+        const bool bHeld = m_mapProperties.holdsAt(it, sName);
+        if (bHeld && !cdsIsZero(tsStamp) && !(tsStamp > (*it)->timestamp()))
+            return;
+        auto pBlob = std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp);
+        if (bHeld)
+            replaceProperty(it, std::move(pBlob));
+        else
+        {
+            m_mapProperties.insertAt(it, std::move(pBlob));
+            addSize(nLength > 0 && pData != nullptr ? nLength : 0);
+        }
+        *pbChanged = true;
+    });
+}
+
+template <class TOperation> long CCallData::makingBlob(TOperation operation)
+{
+    try
+    {
+        return cdsGuarded([&] {
+            operation();
+            return 0L;
+        });
+    }
+    catch (unsigned long ulCode) // a blob whose bytes could not be allocated
+    {
+        return cdsResult(ulCode);
+    }
+}
+
+void CCallData::replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob)
+{
+    if (m_pCursors != nullptr)
+        m_pCursors->m_vecReplaced.reserve(m_pCursors->m_vecReplaced.size() + 1); // so that retire cannot fail
+    addSize(long{pBlob->length()} - (*it)->length());
+    retire(m_mapProperties.replaceAt(it, std::move(pBlob)));
+}
+
+/// Keeps a replaced value while an iteration may still come to it: the iteration goes on with what it began with.
+void CCallData::retire(std::unique_ptr<CCDSBlob> pReplaced)
+{
+    if (m_pCursors == nullptr)
+        return;
+    const auto& vecSnapshot = m_pCursors->m_vecPropertyCursor;
+    if (std::find(vecSnapshot.begin(), vecSnapshot.end(), pReplaced.get()) != vecSnapshot.end())
+        m_pCursors->m_vecReplaced.push_back(std::move(pReplaced));
+}
+
+long CCallData::appendLogEntry(const std::string& sName, unsigned char* const& pData, int nLength,
+                               const CCDSTimestamp& tsStamp, bool /*bReserved*/, bool* pbChanged)
+{
+    *pbChanged = false;
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    m_dwAppendLogEntriesCount.fetch_add(1, std::memory_order_relaxed);
+    return makingBlob([&] {
+        const auto itLog = m_mapLogEntries.lowerBound(sName);
+        const bool bKnownLog = m_mapLogEntries.holdsAt(itLog, sName);
+        std::unique_ptr<CLogEntries> pNewLog;
+        if (!bKnownLog)
+            pNewLog = std::make_unique<CLogEntries>(sName, tsStamp);
+        CLogEntries& log = bKnownLog ? **itLog : *pNewLog;
+        const auto it = log.m_mapEntries.lowerBound(tsStamp);
+        if (log.m_mapEntries.holdsAt(it, tsStamp))
+            return;
+        log.m_mapEntries.insertAt(it, std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp));
+        if (!bKnownLog)
+            m_mapLogEntries.insertAt(itLog, std::move(pNewLog));
+        log.m_tsLastAppend = tsStamp;
+        addSize(nLength > 0 && pData != nullptr ? nLength : 0);
+        *pbChanged = true;
+    });
+}
+
+/// A stamp for this call, now: the owner's, or the local clock's. Asked without the record's lock, since the owner may
+/// ask another server.
+long CCallData::ownStamp(CCDSTimestamp* ptsStamp) const
+{
+    ptsStamp->set(0, 0);
+    if (m_pOwner == nullptr)
+    {
+        CCDSTimestamp::getCurrent(ptsStamp);
+        return 0;
+    }
+    std::string sCallID;
+    const long lResult = getCallID(sCallID);
+    return lResult < 0 ? lResult
+                       : cdsResult(static_cast<unsigned long>(m_pOwner->GetCallIDCDSTimestamp(sCallID, ptsStamp)));
+}
+
+long CCallData::setProperty(const std::string& sName, unsigned char* const& pData, int nLength)
+{
+    CCDSTimestamp tsStamp(0, 0);
+    const long lResult = ownStamp(&tsStamp);
+    bool bChanged = false;
+    return lResult < 0 ? lResult : setProperty(sName, pData, nLength, tsStamp, true, &bChanged);
+}
+
+long CCallData::appendLogEntry(const std::string& sName, unsigned char* const& pData, int nLength)
+{
+    CCDSTimestamp tsStamp(0, 0);
+    const long lResult = ownStamp(&tsStamp);
+    bool bChanged = false;
+    return lResult < 0 ? lResult : appendLogEntry(sName, pData, nLength, tsStamp, true, &bChanged);
+}
+
+long CCallData::clear()
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    if (m_pCursors != nullptr)
+    {
+        m_pCursors->m_vecPropertyCursor.clear();
+        m_pCursors->m_vecLogNameCursor.clear();
+        m_pCursors->m_vecLogEntryCursor.clear();
+        m_pCursors->m_vecReplaced.clear();
+    }
+    m_mapProperties.clear();
+    m_mapLogEntries.clear();
+    m_dwSize.store(0, std::memory_order_relaxed);
+    return 0;
+}
+
+long CCallData::getProperty(const std::string& sName, unsigned char** ppData, int* pLength, CCDSTimestamp* pts) const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    const CCDSBlob* const pBlob = m_mapProperties.find(sName);
+    if (pBlob == nullptr)
+        return E_CDS_NOTFOUND;
+    *ppData = pBlob->data();
+    *pLength = pBlob->length();
+    if (pts != nullptr)
+        pts->set(pBlob->timestamp());
+    return 0;
+}
+
+long CCallData::getPropertyUpdateTimestamp(const std::string& sName, CCDSTimestamp* pts) const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    const CCDSBlob* const pBlob = m_mapProperties.find(sName);
+    pts->set(pBlob != nullptr ? pBlob->timestamp() : CCDSTimestamp(0, 0));
+    return pBlob != nullptr ? 0 : E_CDS_NOTFOUND;
+}
+
+long CCallData::getLogEntryExists(const std::string& sName, const CCDSTimestamp& tsStamp) const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    const CLogEntries* const pLog = m_mapLogEntries.find(sName);
+    return pLog != nullptr && pLog->m_mapEntries.find(tsStamp) != nullptr ? 0 : E_CDS_NOTFOUND;
+}
+
+long CCallData::getLogEntryCount(std::string sName) const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    const CLogEntries* const pLog = m_mapLogEntries.find(sName);
+    return pLog != nullptr ? static_cast<long>(pLog->m_mapEntries.size()) : 0;
+}
+
+long CCallData::getLogNameCount() const
+{
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
+    return static_cast<long>(m_mapLogEntries.size());
+}

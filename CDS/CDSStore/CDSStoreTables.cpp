@@ -1,0 +1,182 @@
+// The store's tables and their indexes.
+
+#include "CDSStoreTables.h"
+
+#include <algorithm>
+#include <new>
+
+CCDSAPI::CRegIDData* CCDSAPI::CTables::findRegistration(const std::string& sRegID) const
+{
+    const auto it = m_mapRegIDs.find(sRegID);
+    return it != m_mapRegIDs.end() ? it->second.get() : nullptr;
+}
+
+void CCDSAPI::CTables::addRegistration(CRegistrant pData)
+{
+    CRegIDData& data = *pData;
+    data.m_ullSequence = m_ullNextSequence++;
+    const auto itCall = m_mapCalls.try_emplace(data.m_sCallID).first;
+    try
+    {
+        if (data.hearsOfRegistrations())
+            m_mapListeners.emplace(std::pair(data.m_sCallID, data.m_ullSequence), &data);
+        m_mapRegIDs.emplace(data.m_sRegID, std::move(pData));
+    }
+    catch (...)
+    {
+        m_mapListeners.erase({data.m_sCallID, data.m_ullSequence});
+        if (itCall->second.m_pFirst == nullptr)
+            m_mapCalls.erase(itCall);
+        throw;
+    }
+    CRegistrants& registrants = itCall->second;
+    data.m_pPrevious = registrants.m_pLast;
+    (registrants.m_pLast != nullptr ? registrants.m_pLast->m_pNext : registrants.m_pFirst) = &data;
+    registrants.m_pLast = &data;
+    data.m_bRegistered = true;
+}
+
+CCDSAPI::CTables::CRegistrant CCDSAPI::CTables::removeRegistration(CRegIDData* pData)
+{
+    const auto it = m_mapRegIDs.find(pData->m_sRegID);
+    CRegistrant pHeld = std::move(it->second);
+    m_mapRegIDs.erase(it);
+    if (pData->hearsOfRegistrations())
+        m_mapListeners.erase({pData->m_sCallID, pData->m_ullSequence});
+
+    const auto itCall = m_mapCalls.find(pData->m_sCallID);
+    CRegistrants& registrants = itCall->second;
+    (pData->m_pPrevious != nullptr ? pData->m_pPrevious->m_pNext : registrants.m_pFirst) = pData->m_pNext;
+    (pData->m_pNext != nullptr ? pData->m_pNext->m_pPrevious : registrants.m_pLast) = pData->m_pPrevious;
+    pData->m_pPrevious = pData->m_pNext = nullptr;
+    if (registrants.m_pFirst == nullptr)
+        m_mapCalls.erase(itCall);
+    pData->m_bRegistered = false;
+    return pHeld;
+}
+
+bool CCDSAPI::CTables::hasOtherRegistrants(const std::string& sCallID, const std::string& sRegID) const
+{
+    const auto it = m_mapCalls.find(sCallID);
+    if (it == m_mapCalls.end())
+        return false;
+    const CRegIDData* const pFirst = it->second.m_pFirst;
+    return pFirst->m_sRegID != sRegID || pFirst->m_pNext != nullptr; // registration IDs are unique
+}
+
+std::vector<CCDSAPI::CTables::CRegistrant> CCDSAPI::CTables::receivers(const std::string& sCallID,
+                                                                       const std::string& sEvent) const
+{
+    std::vector<CRegistrant> vecReceivers;
+    const auto it = m_mapCalls.find(sCallID);
+    if (it == m_mapCalls.end())
+        return vecReceivers;
+    for (const CRegIDData* pData = it->second.m_pFirst; pData != nullptr; pData = pData->m_pNext)
+        if (pData->receives(sEvent))
+            vecReceivers.push_back(m_mapRegIDs.find(pData->m_sRegID)->second);
+    return vecReceivers;
+}
+
+std::vector<CCDSAPI::CTables::CRegistrant> CCDSAPI::CTables::registrationListeners() const
+{
+    std::vector<CRegistrant> vecListeners;
+    vecListeners.reserve(m_mapListeners.size());
+    for (const auto& [key, pData] : m_mapListeners)
+        vecListeners.push_back(m_mapRegIDs.find(pData->m_sRegID)->second);
+    return vecListeners;
+}
+
+CCallData* CCDSAPI::CTables::findCallData(const std::string& sCallID) const
+{
+    const auto it = m_setCallData.find(sCallID);
+    return it != m_setCallData.end() ? it->get() : nullptr;
+}
+
+void CCDSAPI::CTables::addCallData(std::unique_ptr<CCallData>&& pData)
+{
+    m_setCallData.insert(std::move(pData));
+}
+
+std::unique_ptr<CCallData> CCDSAPI::CTables::removeCallData(const std::string& sCallID)
+{
+    const auto it = m_setCallData.find(sCallID);
+    return it != m_setCallData.end() ? std::move(m_setCallData.extract(it).value()) : nullptr;
+}
+
+std::vector<CCallData*> CCDSAPI::CTables::sortedCallData() const
+{
+    std::vector<CCallData*> vecData;
+    vecData.reserve(m_setCallData.size());
+    for (const auto& pData : m_setCallData)
+        vecData.push_back(pData.get());
+    std::sort(vecData.begin(), vecData.end(),
+              [](const CCallData* pLeft, const CCallData* pRight) { return callIDOf(*pLeft) < callIDOf(*pRight); });
+    return vecData;
+}
+
+void CCDSAPI::CTables::keepUnregData(const std::string& sCallID, const std::string& sServerIP, std::uint64_t ullTime)
+{
+    auto pKept = std::make_unique<CUnregData>();
+    pKept->m_sCallID = sCallID;
+    pKept->m_sServerIP = sServerIP;
+    pKept->m_ullTime = ullTime;
+    CUnregData& kept = *pKept;
+    m_mapUnregData.emplace(kept.m_sCallID, std::move(pKept));
+    kept.m_pCallData = removeCallData(sCallID);
+    kept.m_pOlder = m_pNewestUnreg;
+    (m_pNewestUnreg != nullptr ? m_pNewestUnreg->m_pNewer : m_pOldestUnreg) = &kept;
+    m_pNewestUnreg = &kept;
+}
+
+void CCDSAPI::CTables::reviveUnregData(const std::string& sCallID)
+{
+    const auto it = m_mapUnregData.find(sCallID);
+    if (it == m_mapUnregData.end())
+        return;
+    CUnregData* const pKept = it->second.get();
+    if (findCallData(sCallID) == nullptr)
+        addCallData(std::move(pKept->m_pCallData));
+    (void)removeUnregData(pKept); // freed here
+}
+
+std::vector<CCDSAPI::CUnregData*> CCDSAPI::CTables::expiredUnregData(std::uint64_t ullNow,
+                                                                     std::uint64_t ullMaxAge) const
+{
+    std::vector<CUnregData*> vecExpired;
+    for (CUnregData* pKept = m_pOldestUnreg; pKept != nullptr && ullNow - pKept->m_ullTime > ullMaxAge;
+         pKept = pKept->m_pNewer)
+        vecExpired.push_back(pKept);
+    std::sort(vecExpired.begin(), vecExpired.end(),
+              [](const CUnregData* pLeft, const CUnregData* pRight) { return pLeft->m_sCallID < pRight->m_sCallID; });
+    return vecExpired;
+}
+
+std::unique_ptr<CCDSAPI::CUnregData> CCDSAPI::CTables::removeUnregData(CUnregData* pData) noexcept
+{
+    (pData->m_pOlder != nullptr ? pData->m_pOlder->m_pNewer : m_pOldestUnreg) = pData->m_pNewer;
+    (pData->m_pNewer != nullptr ? pData->m_pNewer->m_pOlder : m_pNewestUnreg) = pData->m_pOlder;
+    const auto it = m_mapUnregData.find(pData->m_sCallID);
+    std::unique_ptr<CUnregData> pHeld = std::move(it->second);
+    m_mapUnregData.erase(it);
+    return pHeld;
+}
+
+void CCDSAPI::CTables::freeCallData() noexcept
+{
+    try
+    {
+        for (CCallData* const pData : sortedCallData())
+            (void)removeCallData(callIDOf(*pData)); // freed here, and below
+        std::map<std::string_view, CUnregData*> mapKept;
+        for (const auto& [sCallID, pKept] : m_mapUnregData)
+            mapKept.emplace(sCallID, pKept.get());
+        for (const auto& [sCallID, pKept] : mapKept)
+            (void)removeUnregData(pKept);
+    }
+    catch (const std::bad_alloc&)
+    {
+        while (m_pOldestUnreg != nullptr)
+            (void)removeUnregData(m_pOldestUnreg);
+    }
+    m_setCallData.clear();
+}
