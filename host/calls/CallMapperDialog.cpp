@@ -1,0 +1,147 @@
+// The call mapper: how a call is answered, what media it has, and how it ends.
+#include "calls/CallMapper.h"
+
+#include "CDSNames.h"
+
+#include <algorithm>
+
+namespace {
+
+/// Shortest session interval that the protocol allows; less would let a stray number end a call that goes on.
+constexpr std::uint32_t cMinSessionSeconds = 90;
+
+bool asksForAnotherTry(int nCode) noexcept
+{
+    return nCode == 401 || nCode == 407 || nCode == 422 || nCode < 400;
+}
+
+} // namespace
+
+void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
+{
+    const CSipMessage& response = context.message;
+    const auto it = call.mapAttempts.find({response.from.sTag, response.dwCSeq});
+    if (it == call.mapAttempts.end())
+        return; // of a later INVITE inside the dialog: it ends nothing and answers nothing new
+    CInviteAttempt& attempt = it->second;
+    // Old equipment writes no branch; then the address must do.
+    const bool bSameHop = response.sBranch.empty() || attempt.sOriginBranch.empty()
+                              ? context.destination.address == call.origin.address
+                              : response.sBranch == attempt.sOriginBranch;
+    const bool bReachesOriginator = bSameHop && response.from.sTag == call.sOriginTag;
+    if (bReachesOriginator && !response.to.sTag.empty() && call.setDialogTags.size() < cMaxTags)
+        call.setDialogTags.insert(response.to.sTag);
+    if (response.nCode < 200)
+        return;
+    onBranchFinal(call, context, attempt);
+    if (response.nCode < 300)
+        onAnswer(call, context, bReachesOriginator);
+    else if (bReachesOriginator && !call.bConnected)
+        onRejected(call, context);
+}
+
+void CCallMapper::onBranchFinal(CTrackedCall& call, const CContext& context, CInviteAttempt& attempt)
+{
+    const CSipMessage& response = context.message;
+    if (attempt.mapBranches.size() >= cMaxBranches && !attempt.mapBranches.contains(response.sBranch))
+        return;
+    CInviteBranch& branch = attempt.mapBranches[response.sBranch];
+    if (branch.nFinal != 0)
+        return;
+    branch.nFinal = response.nCode;
+    if (response.nCode >= 300 && response.nCode < 400)
+        for (const CSipAddress& contact : response.vecContacts)
+            branch.vecContacts.push_back(contact.uri.sText);
+    if (branch.bRequestSeen)
+        routeFinal(call, context, branch);
+}
+
+void CCallMapper::routeFinal(CTrackedCall& call, const CContext& context, const CInviteBranch& branch)
+{
+    const std::string sCode = std::to_string(branch.nFinal);
+    route(call, context, branch.sTarget, branch.destination, sCode);
+    for (const std::string& sContact : branch.vecContacts)
+        route(call, context, sContact, branch.destination, sCode);
+}
+
+void CCallMapper::onAnswer(CTrackedCall& call, const CContext& context, bool bReachesOriginator)
+{
+    const CSipMessage& response = context.message;
+    if (bReachesOriginator && call.setAnswered.size() < cMaxTags)
+        call.setAnswered.insert(response.to.sTag);
+    if (call.bConnected)
+        return;
+    call.bConnected = true;
+    call.rejection.reset();
+    const CSipAddress& connected = response.vecAsserted.empty() ? response.to : response.vecAsserted.front();
+    setProperty(call, CDSPROP_L_CONNECTEDID, connected.uri.identity(), context.llMicros);
+    appendEntry(call, CDSLOG_CONNECT_ENTRY, "answered;" + connected.uri.identity() + ";" + response.to.sTag,
+                context.llMicros);
+}
+
+void CCallMapper::onRejected(CTrackedCall& call, const CContext& context)
+{
+    const CSipMessage& response = context.message;
+    if (asksForAnotherTry(response.nCode))
+    {
+        call.rejection = CRejection{response.nCode, response.sReason, context.llMicros};
+        return;
+    }
+    const std::string sCode = std::to_string(response.nCode);
+    end(call, response.nCode == 487 ? "cancel" : "failed", sCode, response.sReason, sCode + " " + response.sReason,
+        context.llMicros);
+}
+
+void CCallMapper::onBye(CTrackedCall& call, const CContext& context)
+{
+    const CSipMessage& bye = context.message;
+    for (const std::string& sTag : {bye.to.sTag, bye.from.sTag})
+    {
+        // When two telephones answer at once the caller hangs up on one of them; the call goes on with the other.
+        if (call.setAnswered.size() > 1 && call.setAnswered.erase(sTag) != 0)
+        {
+            call.setReleased.insert(sTag);
+            return;
+        }
+        if (call.setReleased.contains(sTag))
+            return;
+    }
+    const bool bCaller = call.setCallerTags.contains(bye.from.sTag) ||
+                         (!call.setCallerTags.contains(bye.to.sTag) && context.source.address == call.origin.address);
+    std::string sCode = "-";
+    std::string sReason = "BYE";
+    if (!bye.vecReasons.empty())
+    {
+        const auto itSip = std::find_if(bye.vecReasons.begin(), bye.vecReasons.end(),
+                                        [](const CSipReason& reason) { return reason.sProtocol == "SIP"; });
+        const CSipReason& reason = itSip != bye.vecReasons.end() ? *itSip : bye.vecReasons.front();
+        sCode = reason.nCause > 0 ? std::to_string(reason.nCause) : "-";
+        sReason = reason.sText.empty() ? reason.sProtocol : reason.sProtocol + " " + reason.sText;
+    }
+    end(call, bCaller ? "caller" : "callee", sCode, sReason, "", context.llMicros);
+}
+
+void CCallMapper::noteMedia(CTrackedCall& call, const CContext& context)
+{
+    // A server that writes tags of its own offers the same media again on its other side.
+    if (!call.setDialogTags.contains(context.message.from.sTag))
+        return;
+    for (const std::string& sMedia : call.media.take(context.message))
+        appendEntry(call, CDSLOG_MEDIASTREAM_ENTRY, sMedia, context.llMicros);
+    for (std::uint64_t ull = call.media.takeUnreadable(); ull > 0; --ull)
+        m_counts.warn("session description unreadable");
+}
+
+void CCallMapper::noteSessionTimer(CTrackedCall& call, const CContext& context)
+{
+    const CSipMessage& response = context.message;
+    const bool bRefreshes =
+        response.nCode >= 200 && response.nCode < 300 && (response.sMethod == "INVITE" || response.sMethod == "UPDATE");
+    if (!bRefreshes || !call.bConnected)
+        return;
+    // A refresh without an interval ends the timer.
+    call.llSessionEnd =
+        response.dwSessionExpires == 0
+            ? 0
+            : context.llMicros + std::int64_t{std::max(response.dwSessionExpires, cMinSessionSeconds)} * 1'000'000;
+}

@@ -1,0 +1,23 @@
+// Messages by time.
+#include "capture/MessageReorder.h"
+
+void CMessageReorder::add(CCapturedMessage&& message)
+{
+    const std::int64_t llMicros = message.llMicros;
+    m_mmapHeld.emplace(llMicros, std::move(message));
+    while (m_mmapHeld.size() > cMaxHeld || m_mmapHeld.rbegin()->first - m_mmapHeld.begin()->first > cHoldMicros)
+        release();
+}
+
+void CMessageReorder::flush()
+{
+    while (!m_mmapHeld.empty())
+        release();
+}
+
+void CMessageReorder::release()
+{
+    CCapturedMessage message = std::move(m_mmapHeld.begin()->second);
+    m_mmapHeld.erase(m_mmapHeld.begin());
+    m_fnMessage(std::move(message));
+}
