@@ -115,10 +115,8 @@ public:
         if (m_setSeen.empty())
             for (const auto& pItem : m_vecItems)
                 m_setSeen.insert(pItem.get());
-        if (const auto it = m_setSeen.find(pValue.get()); it != m_setSeen.end())
+        if (const auto [it, bNew] = m_setSeen.insert(pValue.get()); !bNew)
             return *it;
-        m_vecItems.reserve(m_vecItems.size() + 1);
-        m_setSeen.insert(pValue.get());
         m_vecItems.push_back(std::move(pValue));
         m_bInOrder = false;
         return nullptr;

@@ -25,7 +25,8 @@ CCallData::CCallData(CBaseCDSAPI* pOwner, const std::string& sCallID)
 
 CCallData::CCallData(const std::string& sText, bool /*bReserved*/) : CCallData(nullptr, std::string())
 {
-    (void)CCallData::deserialize(sText); // a series that cannot be made throws here: no half record is handed out
+    if (CCallData::deserialize(sText) < 0) // no half record is handed out
+        throw std::bad_alloc();
 }
 
 CCallData::~CCallData()
@@ -71,12 +72,12 @@ long CCallData::getCallID(std::string* psCallID) const
 
 void CCallData::addSize(long lDifference) noexcept
 {
-    m_dwSize.fetch_add(static_cast<std::uint32_t>(lDifference), std::memory_order_relaxed);
+    m_ulSize.fetch_add(static_cast<unsigned long>(lDifference), std::memory_order_relaxed);
 }
 
 unsigned long CCallData::getsize()
 {
-    return m_dwSize.load(std::memory_order_relaxed);
+    return m_ulSize.load(std::memory_order_relaxed);
 }
 
 long CCallData::setProperty(const std::string& sName, unsigned char* const& pData, int nLength,
@@ -204,7 +205,7 @@ long CCallData::clear()
     }
     m_mapProperties.clear();
     m_mapLogEntries.clear();
-    m_dwSize.store(0, std::memory_order_relaxed);
+    m_ulSize.store(0, std::memory_order_relaxed);
     return 0;
 }
 

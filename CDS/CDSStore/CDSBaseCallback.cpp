@@ -1,5 +1,6 @@
 // Callback messages and registration data.
 
+#include "CDSBase.h"
 #include "CDSCallData.h"
 #include "CDSCallbackMsg.h"
 #include "CDSLogging.h"
@@ -75,22 +76,25 @@ CCallbackMsg* CCallbackMsg::clone(CCallbackData* pData) const
 
 long CCallbackMsg::serialize(std::string* psMsg)
 {
-    std::string sPayload;
-    if (m_pData != nullptr)
-    {
-        const long lResult = m_pData->serialize(&sPayload);
-        if (lResult < 0)
-            return lResult;
-    }
-    CParamsX list(static_cast<long>(sPayload.size() + m_sRegID.size() + 48));
-    cdsAddLong(list, static_cast<std::int32_t>(m_dwTraceID));
-    cdsAddText(list, m_sRegID);
-    cdsAddLong(list, m_eReason);
-    const long lResult = list.addParam(sPayload, 3.14F);
-    if (lResult >= 0)
-        *psMsg = list.paramListRef();
-    CCDSLogging::log(CCDSLogging::level_detail, "CCallbackMsg::serialize Return Value: %d", static_cast<int>(lResult));
-    return lResult;
+    return cdsGuarded([&] {
+        std::string sPayload;
+        if (m_pData != nullptr)
+        {
+            const long lResult = m_pData->serialize(&sPayload);
+            if (lResult < 0)
+                return lResult;
+        }
+        CParamsX list(static_cast<long>(sPayload.size() + m_sRegID.size() + 48));
+        cdsAddLong(list, static_cast<std::int32_t>(m_dwTraceID));
+        cdsAddText(list, m_sRegID);
+        cdsAddLong(list, m_eReason);
+        const long lResult = list.addParam(sPayload, 3.14F);
+        if (lResult >= 0)
+            *psMsg = list.paramListRef();
+        CCDSLogging::log(CCDSLogging::level_detail, "CCallbackMsg::serialize Return Value: %d",
+                         static_cast<int>(lResult));
+        return lResult;
+    });
 }
 
 long CCallbackMsg::deserialize(const std::string& sMsg)

@@ -58,9 +58,12 @@ long CCallData::serialize(std::string* psText)
 
 long CCallData::deserialize(const std::string& sText)
 {
-    const CParamsX list(sText);
-    m_sCallID = list.getViewParamAt(0);
-    return readLogs(list, readProperties(list));
+    return cdsGuarded([&] {
+        const CParamsX list(sText);
+        m_sCallID = list.getViewParamAt(0);
+        readLogs(list, readProperties(list));
+        return 0L;
+    });
 }
 
 /// The blob whose text is an element; the one that an empty text gives when there is none.
@@ -102,7 +105,7 @@ std::int64_t CCallData::readProperties(const CParamsX& list)
 
 /// Reads the logs. Elements that are not there read as a log named "" without entries; counts that promise more than
 /// the text holds therefore change nothing once the text is used up.
-long CCallData::readLogs(const CParamsX& list, std::int64_t llPosition)
+void CCallData::readLogs(const CParamsX& list, std::int64_t llPosition)
 {
     const long lCount = cdsReadLong(viewAt(list, llPosition));
     std::int64_t llPos = llPosition + 1;
@@ -119,7 +122,6 @@ long CCallData::readLogs(const CParamsX& list, std::int64_t llPosition)
         if (bUsedUp)
             break;
     }
-    return 0;
 }
 
 /// Reads the entries of one log.

@@ -66,10 +66,10 @@ void CCDSAPI::stop()
 long CCDSAPI::Initialize(const std::string& sServerIP, unsigned long ulNumber)
 {
     CCDSLogging::logInfo("CCDSAPI::Initialize: %s. %d", sServerIP.c_str(), cdsInt(ulNumber));
-    if (!isWhole())
-        return E_CDS_OUTOFMEMORY;
     stop();
     const long lResult = cdsGuarded([&] {
+        if (!isWhole())
+            return E_CDS_OUTOFMEMORY;
         m_sServerIP = sServerIP;
         m_bRunning = true;
         m_pTimingEvent->reset();

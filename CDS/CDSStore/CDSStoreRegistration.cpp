@@ -9,9 +9,9 @@ long CCDSAPI::Register(unsigned long ulReqHandle, const std::string& sRegID, con
     const CSlowWarning slow("Register");
     CCDSLogging::logInfo("CCDSAPI::Register: \"%s\",\"%s\",IP=\"%s\",CCOID=0x%08X, Req=%d, event=%s", sRegID.c_str(),
                          sCallID.c_str(), sIP.c_str(), cdsCode(ulTraceID), cdsInt(ulReqHandle), sEvent.c_str());
-    if (!isWhole())
-        return E_CDS_OUTOFMEMORY;
     const long lResult = cdsGuarded([&] {
+        if (!isWhole())
+            return E_CDS_OUTOFMEMORY;
         CRegIDData data;
         data.m_ulReqHandle = ulReqHandle;
         data.m_sCallID = sCallID;
@@ -49,14 +49,14 @@ long CCDSAPI::registerLocked(CRegIDData&& data)
 /// Sends a new registrant what is stored for its call, or for all calls.
 long CCDSAPI::sendCurrentData(const CRegIDData& registrant)
 {
-    std::vector<CCallData*> vecData;
-    if (registrant.m_sCallID == "*")
-        vecData = m_pTables->sortedCallData();
-    else if (CCallData* const pStored = m_pTables->findCallData(registrant.m_sCallID); pStored != nullptr)
-        vecData.push_back(pStored);
+    const std::vector<std::string> vecCallIDs =
+        registrant.m_sCallID == "*" ? m_pTables->storedCallIDs() : std::vector<std::string>{registrant.m_sCallID};
     long lResult = 0;
-    for (CCallData* const pStored : vecData)
+    for (const std::string& sCallID : vecCallIDs)
     {
+        CCallData* const pStored = m_pTables->findCallData(sCallID);
+        if (pStored == nullptr)
+            continue;
         CCDSLogging::logInfo("CCDSAPI::Register: Sending current call data");
         if (lResult >= 0) // after a message that could not be made nothing more is sent
             lResult = deliver(registrant, registrant.m_sRegID, ccbr_calldata, pStored);
@@ -87,9 +87,9 @@ long CCDSAPI::Unregister(const std::string& sRegID)
 {
     const CSlowWarning slow("Unregister");
     CCDSLogging::logAlways("CCDSAPI::Unregister: RegID=%s", sRegID.c_str());
-    if (!isWhole())
-        return E_CDS_OUTOFMEMORY;
     const long lResult = cdsGuarded([&] {
+        if (!isWhole())
+            return E_CDS_OUTOFMEMORY;
         const CCritSecLock lock(*m_pcritsec, 458, 543);
         return unregisterLocked(sRegID);
     });

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <new>
+#include <set>
 
 CCDSAPI::CRegIDData* CCDSAPI::CTables::findRegistration(const std::string& sRegID) const
 {
@@ -103,15 +104,14 @@ std::unique_ptr<CCallData> CCDSAPI::CTables::removeCallData(const std::string& s
     return it != m_setCallData.end() ? std::move(m_setCallData.extract(it).value()) : nullptr;
 }
 
-std::vector<CCallData*> CCDSAPI::CTables::sortedCallData() const
+std::vector<std::string> CCDSAPI::CTables::storedCallIDs() const
 {
-    std::vector<CCallData*> vecData;
-    vecData.reserve(m_setCallData.size());
+    std::vector<std::string> vecCallIDs;
+    vecCallIDs.reserve(m_setCallData.size());
     for (const auto& pData : m_setCallData)
-        vecData.push_back(pData.get());
-    std::sort(vecData.begin(), vecData.end(),
-              [](const CCallData* pLeft, const CCallData* pRight) { return callIDOf(*pLeft) < callIDOf(*pRight); });
-    return vecData;
+        vecCallIDs.push_back(callIDOf(*pData));
+    std::sort(vecCallIDs.begin(), vecCallIDs.end());
+    return vecCallIDs;
 }
 
 void CCDSAPI::CTables::keepUnregData(const std::string& sCallID, const std::string& sServerIP, std::uint64_t ullTime)
@@ -133,31 +133,30 @@ void CCDSAPI::CTables::reviveUnregData(const std::string& sCallID)
     const auto it = m_mapUnregData.find(sCallID);
     if (it == m_mapUnregData.end())
         return;
-    CUnregData* const pKept = it->second.get();
     if (findCallData(sCallID) == nullptr)
-        addCallData(std::move(pKept->m_pCallData));
-    (void)removeUnregData(pKept); // freed here
+        addCallData(std::move(it->second->m_pCallData));
+    (void)removeUnregData(sCallID); // freed here
 }
 
-std::vector<CCDSAPI::CUnregData*> CCDSAPI::CTables::expiredUnregData(std::uint64_t ullNow,
-                                                                     std::uint64_t ullMaxAge) const
+std::vector<std::string> CCDSAPI::CTables::expiredCallIDs(std::uint64_t ullNow, std::uint64_t ullMaxAge) const
 {
-    std::vector<CUnregData*> vecExpired;
-    for (CUnregData* pKept = m_pOldestUnreg; pKept != nullptr && ullNow - pKept->m_ullTime > ullMaxAge;
+    std::vector<std::string> vecCallIDs;
+    for (const CUnregData* pKept = m_pOldestUnreg; pKept != nullptr && ullNow - pKept->m_ullTime > ullMaxAge;
          pKept = pKept->m_pNewer)
-        vecExpired.push_back(pKept);
-    std::sort(vecExpired.begin(), vecExpired.end(),
-              [](const CUnregData* pLeft, const CUnregData* pRight) { return pLeft->m_sCallID < pRight->m_sCallID; });
-    return vecExpired;
+        vecCallIDs.push_back(pKept->m_sCallID);
+    std::sort(vecCallIDs.begin(), vecCallIDs.end());
+    return vecCallIDs;
 }
 
-std::unique_ptr<CCDSAPI::CUnregData> CCDSAPI::CTables::removeUnregData(CUnregData* pData) noexcept
+std::unique_ptr<CCDSAPI::CUnregData> CCDSAPI::CTables::removeUnregData(std::string_view sCallID) noexcept
 {
-    (pData->m_pOlder != nullptr ? pData->m_pOlder->m_pNewer : m_pOldestUnreg) = pData->m_pNewer;
-    (pData->m_pNewer != nullptr ? pData->m_pNewer->m_pOlder : m_pNewestUnreg) = pData->m_pOlder;
-    const auto it = m_mapUnregData.find(pData->m_sCallID);
+    const auto it = m_mapUnregData.find(sCallID);
+    if (it == m_mapUnregData.end())
+        return nullptr;
     std::unique_ptr<CUnregData> pHeld = std::move(it->second);
     m_mapUnregData.erase(it);
+    (pHeld->m_pOlder != nullptr ? pHeld->m_pOlder->m_pNewer : m_pOldestUnreg) = pHeld->m_pNewer;
+    (pHeld->m_pNewer != nullptr ? pHeld->m_pNewer->m_pOlder : m_pNewestUnreg) = pHeld->m_pOlder;
     return pHeld;
 }
 
@@ -165,18 +164,19 @@ void CCDSAPI::CTables::freeCallData() noexcept
 {
     try
     {
-        for (CCallData* const pData : sortedCallData())
-            (void)removeCallData(callIDOf(*pData)); // freed here, and below
-        std::map<std::string_view, CUnregData*> mapKept;
+        for (const std::string& sCallID : storedCallIDs())
+            (void)removeCallData(sCallID); // freed here, and below
+        std::set<std::string> setKept;
         for (const auto& [sCallID, pKept] : m_mapUnregData)
-            mapKept.emplace(sCallID, pKept.get());
-        for (const auto& [sCallID, pKept] : mapKept)
-            (void)removeUnregData(pKept);
+            setKept.emplace(sCallID);
+        for (const std::string& sCallID : setKept)
+            (void)removeUnregData(sCallID);
     }
     catch (const std::bad_alloc&)
     {
-        while (m_pOldestUnreg != nullptr)
-            (void)removeUnregData(m_pOldestUnreg);
+        // Without memory to sort, whatever is left goes in any order.
     }
+    while (m_pOldestUnreg != nullptr)
+        (void)removeUnregData(m_pOldestUnreg->m_sCallID);
     m_setCallData.clear();
 }

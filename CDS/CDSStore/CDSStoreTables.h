@@ -93,16 +93,17 @@ public:
     void addCallData(std::unique_ptr<CCallData>&& pData);
     /// Null when there was none.
     std::unique_ptr<CCallData> removeCallData(const std::string& sCallID);
-    /// All stored records, in call-ID order.
-    std::vector<CCallData*> sortedCallData() const;
+    /// The calls of all stored records, in order.
+    std::vector<std::string> storedCallIDs() const;
 
     /// Keeps the stored data of a call whose last registrant has left.
     void keepUnregData(const std::string& sCallID, const std::string& sServerIP, std::uint64_t ullTime);
     /// Puts kept data of a call back among the stored data, unless there is newer data.
     void reviveUnregData(const std::string& sCallID);
-    /// Kept records older than ullMaxAge, in call-ID order.
-    std::vector<CUnregData*> expiredUnregData(std::uint64_t ullNow, std::uint64_t ullMaxAge) const;
-    std::unique_ptr<CUnregData> removeUnregData(CUnregData* pData) noexcept;
+    /// The calls of kept records older than ullMaxAge, in order.
+    std::vector<std::string> expiredCallIDs(std::uint64_t ullNow, std::uint64_t ullMaxAge) const;
+    /// Null when there was none.
+    std::unique_ptr<CUnregData> removeUnregData(std::string_view sCallID) noexcept;
 
     /// Frees stored and kept records, each in call-ID order as far as memory allows to sort; registrations stay.
     void freeCallData() noexcept;

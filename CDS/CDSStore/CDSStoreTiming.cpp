@@ -37,11 +37,11 @@ void CCDSAPI::expireUnregData()
 {
     const CCritSecLock lock(*m_pcritsec, 1162, 1193);
     const std::uint64_t ullNow = CPortable::GetTickCountULL();
-    for (CUnregData* const pExpired : m_pTables->expiredUnregData(ullNow, cKeptMs))
+    for (const std::string& sCallID : m_pTables->expiredCallIDs(ullNow, cKeptMs))
     {
         // Out of the table first: a callback that throws must not get the same call at every pass.
-        const std::unique_ptr<CUnregData> pKept = m_pTables->removeUnregData(pExpired);
-        if (pKept->m_sServerIP == m_sServerIP)
+        const std::unique_ptr<CUnregData> pKept = m_pTables->removeUnregData(sCallID);
+        if (pKept != nullptr && pKept->m_sServerIP == m_sServerIP)
             (void)sendCallData(pKept->m_sCallID, "EOC", pKept->m_pCallData.get()); // nobody is left to tell
     }
 }

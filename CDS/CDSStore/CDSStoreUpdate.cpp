@@ -10,9 +10,9 @@ long CCDSAPI::Update(const std::string& sRegID, CCallData* pData, bool bCheckReg
         return E_CDS_NULLDATA;
     const CSlowWarning slow("Update");
     CCDSLogging::log(CCDSLogging::level_error, "CCDSAPI::Update: \"%s\"", sRegID.c_str());
-    if (!isWhole())
-        return E_CDS_OUTOFMEMORY;
     const long lResult = cdsGuarded([&] {
+        if (!isWhole())
+            return E_CDS_OUTOFMEMORY;
         const CCritSecLock lock(*m_pcritsec, 573, 666);
         return updateLocked(sRegID, pData, bCheckRegistrants);
     });
@@ -129,9 +129,9 @@ long CCDSAPI::sendCallData(const std::string& sCallID, const std::string& sEvent
 long CCDSAPI::GetCallData(const std::string& sRegID, const std::string& sCallID)
 {
     const CSlowWarning slow("GetCallData");
-    if (!isWhole())
-        return E_CDS_OUTOFMEMORY;
     return cdsGuarded([&] {
+        if (!isWhole())
+            return E_CDS_OUTOFMEMORY;
         const CCritSecLock lock(*m_pcritsec, 789, 825);
         CCallData* const pStored = m_pTables->findCallData(sCallID);
         const CRegIDData* const pRegistrant = m_pTables->findRegistration(sRegID);

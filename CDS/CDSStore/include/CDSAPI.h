@@ -63,7 +63,7 @@ protected:
 ///            one made for this delivery: read it until the callback returns, copy what is to be kept.
 /// Errors     results are 0 or a negative code of CDSResults.h. Only the constructor throws (std::bad_alloc).
 ///            A callback that throws on a host thread ends the operation, whose caller gets the exception.
-class CDS_API CCDSAPI : public CBaseCDSAPI
+class CDS_API CCDSAPI final : public CBaseCDSAPI
 {
 public:
     /// Makes the store; starts no thread. When a part of it cannot be made this is written to the trace log and every

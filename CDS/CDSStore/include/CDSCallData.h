@@ -227,6 +227,9 @@ public:
     CCallData* clone() override;
 
     /// Reads the text form into this record. Takes no lock: the caller keeps the record to itself.
+    ///
+    /// @return 0, or E_CDS_OUTOFMEMORY: what was read until then stays
+    /// @throws unsigned long  the code of E_FAIL, when the text is malformed; what was read until then stays
     long deserialize(const std::string& sText) override;
 
     /// Writes the text form: call ID, properties, logs; nothing of the owner, the creation time or the counters. Takes
@@ -335,7 +338,7 @@ private:
     long mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged);
 
     std::int64_t readProperties(const CParamsX& list);
-    long readLogs(const CParamsX& list, std::int64_t llPosition);
+    void readLogs(const CParamsX& list, std::int64_t llPosition);
     static std::uint32_t readEntries(const CParamsX& list, std::int64_t llPosition, long lCount, CLogEntries* pLog);
     static std::unique_ptr<CCDSBlob> readBlob(const CParamsX& list, std::int64_t llPosition);
 
@@ -357,5 +360,5 @@ private:
     std::int32_t m_lRefCount = 0;
     std::atomic<std::uint32_t> m_dwSetPropertiesCount = 0;
     std::atomic<std::uint32_t> m_dwAppendLogEntriesCount = 0;
-    std::atomic<std::uint32_t> m_dwSize = 0; // bytes of all values, as getsize reports them
+    std::atomic<unsigned long> m_ulSize = 0; // bytes of all values, as getsize reports them
 };

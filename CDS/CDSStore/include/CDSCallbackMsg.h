@@ -11,6 +11,7 @@
 ///
 /// Threads    none of these classes locks by itself (CCallData does); a message and its payload are used by one thread
 ///            at a time.
+/// Errors     operations that copy texts throw std::bad_alloc, unless they return results of which one says so.
 class CDS_API CCallbackData
 {
 public:
@@ -76,7 +77,7 @@ public:
     /// and not part of it.
     ///
     /// @param psMsg  out: the text; untouched on failure
-    /// @return 0, or E_FAIL when the payload's text is longer than an element may be
+    /// @return 0, E_FAIL when the payload's text is longer than an element may be, or E_CDS_OUTOFMEMORY
     long serialize(std::string* psMsg);
 
     /// Reads the text form. A payload that the message had is let go, not deleted.
