@@ -19,7 +19,7 @@ constexpr std::uint32_t CMLIB_CLIENT_DISCONNECTED = 0xC1200DB1U; ///< client cha
 constexpr std::uint32_t CMLIB_SERVER_CONNECTED = 0xC1200DB2U;    ///< server channel: a peer connected
 constexpr std::uint32_t CMLIB_SERVER_DISCONNECTED = 0xC1200DB3U; ///< server channel: a peer disconnected
 constexpr std::uint32_t CMLIB_NOTHING = 0xC1200DB5U; ///< receive: nothing to report; send: the queue is full for now
-constexpr std::uint32_t CMLIB_NOTHING_YET = 0xC1200DD3U;      ///< receive: nothing to report
+constexpr std::uint32_t CMLIB_NOTHING_YET = 0xC1200DD3U;       ///< receive: nothing to report
 constexpr std::uint32_t CMLIB_TRANSIENT_FAILURE = 0xC1200DC3U; ///< send: failed for now, worth another attempt
 
 /// A channel between servers: requests with responses, connection events, and the peers' clocks.
