@@ -120,10 +120,19 @@ template <class TOperation> long CCallData::makingBlob(TOperation operation)
 
 void CCallData::replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob)
 {
-    if (m_pCursors != nullptr)
-        m_pCursors->m_vecReplaced.reserve(m_pCursors->m_vecReplaced.size() + 1); // so that retire cannot fail
+    makeRoomToRetire();
     addSize(long{pBlob->length()} - (*it)->length());
     retire(m_mapProperties.replaceAt(it, std::move(pBlob)));
+}
+
+/// So that retire cannot fail.
+void CCallData::makeRoomToRetire()
+{
+    if (m_pCursors == nullptr)
+        return;
+    auto& vecReplaced = m_pCursors->m_vecReplaced;
+    if (vecReplaced.size() == vecReplaced.capacity())
+        vecReplaced.reserve(2 * vecReplaced.size() + 1);
 }
 
 /// Keeps a replaced value while an iteration may still come to it: the iteration goes on with what it began with.

@@ -92,8 +92,7 @@ std::int64_t CCallData::readProperties(const CParamsX& list)
             continue;
         }
         // The position is not advanced behind a replaced value, so every further round reads this same element.
-        if (m_pCursors != nullptr)
-            m_pCursors->m_vecReplaced.reserve(m_pCursors->m_vecReplaced.size() + 1); // so that retire cannot fail
+        makeRoomToRetire();
         addSize(lLength - pHeld->length());
         retire(loader.replace(pHeld, std::move(pBlob)));
         for (std::int64_t llRound = i; llRound < lCount && llRound - i < cMaxReplacedLines; ++llRound)

@@ -65,8 +65,7 @@ unsigned long long cdsReadU64(std::string_view text)
     char szShort[64];
     if (text.size() >= sizeof szShort)
         return CPortable::stoull(std::string(text).c_str());
-    std::memcpy(szShort, text.data(), text.size());
-    szShort[text.size()] = '\0';
+    szShort[text.copy(szShort, text.size())] = '\0';
     return CPortable::stoull(szShort);
 }
 

@@ -330,6 +330,7 @@ private:
     long ownStamp(CCDSTimestamp* ptsStamp) const;
     template <class TOperation> static long makingBlob(TOperation operation);
     void replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob);
+    void makeRoomToRetire();
     void retire(std::unique_ptr<CCDSBlob> pReplaced);
     void addSize(long lDifference) noexcept;
 
