@@ -1,0 +1,173 @@
+// cdsreplay: replays captures of SIP signalling into the call data store, and shows what its registrants get.
+#include "CDSSupport.h"
+#include "CDSVersion.h"
+#include "replay/ReplayReport.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+
+namespace {
+
+enum EExit : int
+{
+    exit_done = 0,
+    exit_failed = 1,
+    exit_misuse = 2
+};
+
+struct COptions
+{
+    std::vector<std::string> vecCaptures;
+    std::string sCompare;
+    std::string sWatch;
+    std::string sLogDirectory;
+    bool bJson = false;
+    bool bNoWait = false;
+    bool bCloseOpen = false;
+    CCallMapperSettings settings;
+};
+
+/// The trace log's directory: the one asked for, or one that is gone when the program is.
+class CLogDirectory
+{
+public:
+    explicit CLogDirectory(const std::string& sAsked) : m_sPath(sAsked)
+    {
+        if (m_sPath.empty())
+        {
+            std::string sTemplate = (std::filesystem::temp_directory_path() / "cdsreplay-XXXXXX").string();
+            if (mkdtemp(sTemplate.data()) != nullptr)
+                m_sPath = m_sTemporary = sTemplate;
+        }
+        if (!m_sPath.empty())
+            CDSSupport::setLogDirectory(m_sPath);
+    }
+
+    ~CLogDirectory()
+    {
+        std::error_code ignored; // a directory left behind in the temporary one harms nobody
+        if (!m_sTemporary.empty())
+            std::filesystem::remove_all(m_sTemporary, ignored);
+    }
+    CLogDirectory(const CLogDirectory&) = delete;
+    CLogDirectory& operator=(const CLogDirectory&) = delete;
+
+private:
+    std::string m_sPath;
+    std::string m_sTemporary;
+};
+
+void declareOptions(CLI::App& app, COptions& options)
+{
+    app.add_option("CAPTURE", options.vecCaptures,
+                   "pcap or pcapng files, of SIP signalling or of HEPv3 datagrams; replayed one after the other into "
+                   "one store")
+        ->required();
+    app.add_option("--compare", options.sCompare,
+                   "replay this capture too, into a fresh store, and say whether the records are the same");
+    app.add_option("--watch", options.sWatch, "Call-ID of the call to watch and to show (default: the first)");
+    app.add_flag("--no-wait-eoc", options.bNoWait,
+                 "do not wait for the last deliveries, which come 30 to 40 seconds after the calls' ends");
+    app.add_flag("--close-open", options.bCloseOpen,
+                 "close the calls whose end is not in the capture (default: they stay open)");
+    app.add_option("--idle-answered", options.settings.llAnsweredIdleSeconds,
+                   "close an answered call without session timer after so many silent seconds of the capture")
+        ->check(CLI::Range(1, 604'800))
+        ->capture_default_str();
+    app.add_option("--idle-ringing", options.settings.llRingingIdleSeconds,
+                   "close an unanswered call after so many silent seconds of the capture")
+        ->check(CLI::Range(1, 604'800))
+        ->capture_default_str();
+    app.add_option("--max-calls", options.settings.uMaxCalls, "calls followed at a time; the idlest one gives way")
+        ->check(CLI::Range(1, 10'000'000))
+        ->capture_default_str();
+    app.add_option("--log-dir", options.sLogDirectory, "keep the store's trace log in this directory")
+        ->check(CLI::ExistingDirectory);
+    app.add_flag("--json", options.bJson, "write one JSON object instead of tables");
+    app.set_version_flag("--version", "cdsreplay " CDS_VERSION);
+    app.footer("Exit status: 0 done, 1 refused or failed (also when --compare finds a difference), 2 misuse.\n\n"
+               "Examples:\n"
+               "  cdsreplay calls.pcap\n"
+               "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
+               "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
+}
+
+/// @return nothing on failure, after having said why
+std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCaptures, const COptions& options,
+                                         bool bWait)
+{
+    CReplaySession session(options.sWatch);
+    std::string sError;
+    if (!session.start(&sError))
+    {
+        std::cerr << "cdsreplay: " << sError << "; the trace log (--log-dir) says more\n";
+        return std::nullopt;
+    }
+    for (const std::string& sPath : vecCaptures)
+        if (!session.replay(sPath, options.settings, options.bCloseOpen, &sError))
+        {
+            std::cerr << "cdsreplay: cannot read the capture " << printable(sPath) << ": " << printable(sError)
+                      << "\nGive the path of a pcap or pcapng file that this user may read.\n";
+            return std::nullopt;
+        }
+    const bool bCame = !bWait || session.awaitLastDeliveries([](std::uint64_t ullCame, std::uint64_t ullExpected) {
+        std::cerr << "waiting for the last deliveries, 30 to 40 seconds after the calls' ends: " << ullCame << " of "
+                  << ullExpected << " came\n";
+    });
+    if (!bCame)
+    {
+        std::cerr << "cdsreplay: the store did not deliver every ended call a last time within a minute\n";
+        return std::nullopt;
+    }
+    return session.result();
+}
+
+int run(const COptions& options)
+{
+    const CLogDirectory logDirectory(options.sLogDirectory);
+    const auto result = runSession(options.vecCaptures, options, !options.bNoWait);
+    if (!result)
+        return exit_failed;
+    std::optional<CComparison> comparison;
+    if (!options.sCompare.empty())
+    {
+        const auto other = runSession({options.sCompare}, options, false);
+        if (!other)
+            return exit_failed;
+        comparison = compareRecords(*result, *other);
+    }
+    (options.bJson ? writeJson : writeReport)(std::cout, *result, comparison ? &*comparison : nullptr);
+    std::cout.flush();
+    const bool bDone = result->ullFailures == 0 && (!comparison || comparison->same()) && std::cout.good();
+    return bDone ? exit_done : exit_failed;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    COptions options;
+    CLI::App app("Replays captures of SIP signalling into the call data store and shows what its registrants get.",
+                 "cdsreplay");
+    declareOptions(app, options);
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? exit_done : exit_misuse; // help and version are no mistakes
+    }
+    try
+    {
+        return run(options);
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "cdsreplay: " << error.what() << '\n';
+        return exit_failed;
+    }
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "replay/ReplaySession.h"
+
+#include <ostream>
+#include <string>
+
+/// Two captures of the same calls, compared.
+struct CComparison
+{
+    std::string sOther; ///< path of the other capture
+    std::string sOtherFormat;
+    std::size_t uRecords = 0; ///< of the first
+    std::size_t uOtherRecords = 0;
+    std::size_t uEqual = 0; ///< same properties, same log entries in the same order; stamps are not compared
+    std::vector<std::string> vecDifferent; ///< record IDs, those only one side has included
+
+    bool same() const noexcept { return vecDifferent.empty(); }
+};
+[[nodiscard]] CComparison compareRecords(const CSessionResult& first, const CSessionResult& other);
+
+/// Writes the result for people.
+///
+/// @param pComparison  may be null
+void writeReport(std::ostream& out, const CSessionResult& result, const CComparison* pComparison);
+
+/// Writes the result as one JSON object.
+void writeJson(std::ostream& out, const CSessionResult& result, const CComparison* pComparison);
+
+/// Replaces what a terminal would obey: record IDs come from the network as they are.
+[[nodiscard]] std::string printable(const std::string& sText);
+
+/// A file time as "2026-11-21 00:10:10.061349", UTC.
+[[nodiscard]] std::string timeText(std::uint64_t ullFileTime);

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "replay/Replay.h"
+#include "replay/StoreSink.h"
+#include "replay/Watcher.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+/// What a session found out.
+struct CSessionResult
+{
+    std::vector<CCaptureSummary> vecCaptures;
+    CRecordBook mapRecords; ///< as the registrant of all calls got them, change by change
+    std::string sWatched;   ///< record ID of the one call; empty when there was none
+    CCallRecord watched;    ///< as its registrant got it
+
+    std::uint64_t ullUpdates = 0;
+    std::uint64_t ullFailures = 0;
+    long lFirstFailure = 0;
+    std::uint64_t ullEnded = 0;
+    std::uint64_t ullOneDeliveries = 0;
+    std::uint64_t ullOneChanges = 0;
+    std::uint64_t ullAllDeliveries = 0;
+    std::uint64_t ullAllChanges = 0;
+    std::uint64_t ullEndDeliveries = 0;
+    std::uint64_t ullEndChanges = 0;
+    bool bWaited = false; ///< for the last deliveries
+
+    std::chrono::nanoseconds replayTime{0}; ///< reading, parsing, mapping, updating, delivering
+    std::chrono::nanoseconds updateTime{0}; ///< of that in the store: updating and delivering
+};
+
+/// One store with three registrants, and captures replayed into it: a registrant of one call, one of all calls, and
+/// one that wants only the last delivery of each call.
+///
+/// A process has one store, so one session at a time.
+///
+/// Threads  one thread.
+class CReplaySession : private CCallSink
+{
+public:
+    /// @param sWatch  Call-ID of the one call, with or without "sip:"; empty: the first that begins
+    explicit CReplaySession(std::string sWatch);
+    ~CReplaySession();
+
+    /// Starts the store.
+    [[nodiscard]] bool start(std::string* psError);
+
+    /// Replays a capture.
+    [[nodiscard]] bool replay(const std::string& sPath, const CCallMapperSettings& settings, bool bCloseOpen,
+                              std::string* psError);
+
+    /// Waits until the store has delivered every ended call a last time. It keeps the data of an ended call for 30
+    /// seconds, in case somebody registers for it again, and looks every ten.
+    ///
+    /// @param fnProgress  told how many of how many came, about every five seconds
+    /// @return false when they did not come in time
+    bool awaitLastDeliveries(const std::function<void(std::uint64_t, std::uint64_t)>& fnProgress);
+
+    CSessionResult result() const;
+
+private:
+    void onCallBegin(const std::string& sRecordID) override;
+    void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
+    void onCallEnd(const std::string& sRecordID) override;
+
+    std::string m_sWatched; // record ID
+    bool m_bWaited = false;
+    std::vector<CCaptureSummary> m_vecCaptures;
+    std::chrono::nanoseconds m_replayTime{0};
+    std::unique_ptr<CCDSAPI> m_pStore;
+    // Destroyed before the store.
+    std::unique_ptr<CStoreSink> m_pSink;
+    std::unique_ptr<CWatcher> m_pOne;
+    std::unique_ptr<CWatcher> m_pAll;
+    std::unique_ptr<CWatcher> m_pEnds;
+};
