@@ -1,0 +1,180 @@
+#include "LogSink.h"
+
+#include "LogText.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include <spdlog/spdlog.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+/// A line: UTC or local time, thread, text.
+constexpr char cPattern[] = "%Y-%m-%d %H:%M:%S.%f [%t] %v";
+
+/// Lines are joined to blocks of about so many bytes, or of a small file's eighth: the sink looks at its file's size
+/// once per block.
+constexpr std::size_t cBlock = 64U << 10;
+
+/// Lets blocks through as they are: their lines are formatted already.
+class CRawFormatter : public spdlog::formatter
+{
+public:
+    void format(const spdlog::details::log_msg& msg, spdlog::memory_buf_t& dest) override
+    {
+        dest.append(msg.payload.data(), msg.payload.data() + msg.payload.size());
+    }
+    std::unique_ptr<formatter> clone() const override { return std::make_unique<CRawFormatter>(); }
+};
+
+std::size_t maxFileBytes(const CLogSettings& settings)
+{
+    return std::size_t{std::clamp(settings.dwMaxFileKB, 1U, 1U << 21)} * 1024;
+}
+
+/// Call data is nobody's business: a new file is for its owner and group.
+void restrictNewFile(const spdlog::filename_t& /*sName*/, std::FILE* pFile)
+{
+    struct stat status = {};
+    if (fstat(fileno(pFile), &status) == 0 && status.st_size == 0)
+        (void)fchmod(fileno(pFile), status.st_mode & 0640U); // never wider than the process's own mask allows
+}
+
+spdlog::log_clock::time_point timePoint(std::int64_t llStampNs)
+{
+    return spdlog::log_clock::time_point(
+        std::chrono::duration_cast<spdlog::log_clock::duration>(std::chrono::nanoseconds(llStampNs)));
+}
+} // namespace
+
+CLogSink::CLogSink(std::string sPath, const CLogSettings& settings) : m_sPath(std::move(sPath)), m_settings(settings)
+{
+    apply(settings);
+    open();
+}
+
+void CLogSink::apply(const CLogSettings& settings)
+{
+    const bool bFilesChanged =
+        settings.dwMaxFiles != m_settings.dwMaxFiles || settings.dwMaxFileKB != m_settings.dwMaxFileKB;
+    if (!m_pFormatter || settings.dwUtc != m_settings.dwUtc)
+    {
+        const auto eTime = settings.dwUtc != 0 ? spdlog::pattern_time_type::utc : spdlog::pattern_time_type::local;
+        m_pFormatter = std::make_unique<spdlog::pattern_formatter>(cPattern, eTime);
+    }
+    m_settings = settings;
+    m_uBlockLimit = std::min(cBlock, maxFileBytes(settings) / 8);
+    if (bFilesChanged && m_pFile)
+        (void)reopen(); // a failure is told when the next line is lost
+}
+
+void CLogSink::open()
+{
+    spdlog::file_event_handlers handlers;
+    handlers.after_open = restrictNewFile;
+    // The sink counts the files beside the one being written.
+    const std::size_t uOlderFiles = std::clamp(m_settings.dwMaxFiles, 1U, 1000U) - 1;
+    m_pFile = std::make_unique<spdlog::sinks::rotating_file_sink_st>(m_sPath, maxFileBytes(m_settings), uOlderFiles,
+                                                                     false, handlers);
+    m_pFile->set_formatter(std::make_unique<CRawFormatter>());
+}
+
+bool CLogSink::reopen() noexcept
+{
+    m_pFile.reset();
+    try
+    {
+        open();
+        return true;
+    }
+    catch (const std::exception&)
+    {
+        return false;
+    }
+}
+
+void CLogSink::note(std::string_view sText)
+{
+    m_sNotes = std::string(sText);
+}
+
+void CLogSink::addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::string_view sText)
+{
+    const std::size_t uBefore = m_bufBlock.size();
+    spdlog::details::log_msg line(timePoint(llStampNs), {}, {}, spdlog::level::info, {});
+    line.thread_id = dwThread;
+    std::string sEscaped;
+    if (hasControls(sText))
+        sText = sEscaped = escaped(sText);
+    line.payload = {sText.data(), sText.size()};
+    m_pFormatter->format(line, m_bufBlock);
+    if (uBefore == 0 || m_bufBlock.size() <= m_uBlockLimit)
+    {
+        ++m_uBlockLines;
+        return;
+    }
+    const std::string sLine(m_bufBlock.data() + uBefore, m_bufBlock.size() - uBefore);
+    m_bufBlock.resize(uBefore);
+    store();
+    m_bufBlock.append(sLine.data(), sLine.data() + sLine.size());
+    m_uBlockLines = 1;
+}
+
+void CLogSink::store()
+{
+    if (m_bufBlock.size() == 0)
+        return;
+    try
+    {
+        if (!m_pFile)
+            open();
+        m_pFile->log({{}, spdlog::level::info, {m_bufBlock.data(), m_bufBlock.size()}});
+        m_pFile->flush();
+    }
+    catch (const std::exception& error)
+    {
+        lose(error.what());
+    }
+    m_bufBlock.clear();
+    m_uBlockLines = 0;
+}
+
+void CLogSink::lose(const char* pszWhy) noexcept
+{
+    if (m_ullLost == 0) // once per trouble, and for those who do not read this log
+        syslog(LOG_WARNING, "%s: trace lines are lost: %s", m_sPath.c_str(), pszWhy);
+    m_ullLost += m_uBlockLines;
+}
+
+void CLogSink::write(const CLogQueue::CBatch& batch) noexcept
+{
+    try
+    {
+        const std::int64_t llNow =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(spdlog::log_clock::now().time_since_epoch()).count();
+        const std::uint64_t ullLost = std::exchange(m_ullLost, 0);
+        if (ullLost > 0)
+            addLine(llNow, 0, std::to_string(ullLost) + " lines could not be stored");
+        if (batch.dropped() > 0)
+            addLine(llNow, 0, std::to_string(batch.dropped()) + " lines were dropped: the queue was full");
+        if (!m_sNotes.empty())
+            addLine(llNow, 0, std::exchange(m_sNotes, {}));
+        batch.forEach([this](const CLogQueue::CHeader& header, std::string_view sText) {
+            addLine(header.llStampNs, header.dwThread, sText);
+            if (header.bConsole)
+                m_sConsole += escaped(sText) + '\n';
+        });
+        store();
+        if (!m_sConsole.empty())
+            (void)!::write(STDERR_FILENO, m_sConsole.data(), m_sConsole.size()); // nobody to tell
+        m_sConsole.clear();
+    }
+    catch (const std::exception& error) // out of memory
+    {
+        lose(error.what());
+        m_bufBlock.clear();
+        m_uBlockLines = 0;
+    }
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "LogQueue.h"
+#include "LogSettings.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+
+/// The files of a trace log: lines stamped, joined to blocks, and handed to spdlog's rotating file sink.
+///
+/// Threads    made on any thread, then the writer's alone.
+/// Errors     the constructor throws spdlog::spdlog_ex; afterwards lines that cannot be stored are counted, and the
+///            log and the system's log are told.
+class CLogSink
+{
+public:
+    CLogSink(std::string sPath, const CLogSettings& settings);
+
+    /// Takes over what concerns the files.
+    void apply(const CLogSettings& settings);
+
+    /// Stores the lines and hands them to the system before it returns.
+    void write(const CLogQueue::CBatch& batch) noexcept;
+
+    /// Adds a line of the log's own, stored with the next batch.
+    void note(std::string_view sText);
+
+    /// Opens the file anew under its name. False when that fails: tried again with each batch.
+    bool reopen() noexcept;
+
+private:
+    void open();
+    void addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::string_view sText);
+    void store();
+    void lose(const char* pszWhy) noexcept;
+
+    const std::string m_sPath;
+    CLogSettings m_settings;
+    std::unique_ptr<spdlog::sinks::rotating_file_sink_st> m_pFile; // null while it cannot be opened
+    std::unique_ptr<spdlog::pattern_formatter> m_pFormatter;
+    spdlog::memory_buf_t m_bufBlock; // formatted lines that are not stored yet
+    std::size_t m_uBlockLines = 0;
+    std::size_t m_uBlockLimit = 0;
+    std::string m_sConsole;
+    std::string m_sNotes;
+    std::uint64_t m_ullLost = 0; // lines since the last success
+};

@@ -1,0 +1,125 @@
+#include "LogText.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+#include <memory>
+#include <new>
+
+namespace {
+bool isControl(unsigned char c) noexcept
+{
+    return (c < 0x20U && c != '\t') || c == 0x7FU;
+}
+} // namespace
+
+CFormattedText::CFormattedText(const char* pszFormat, va_list args) noexcept
+{
+    va_list argsAgain;
+    va_copy(argsAgain, args);
+    const int nLength = std::vsnprintf(m_szShort, cShort, pszFormat, args);
+    const std::size_t uLength = nLength < 0 ? 0 : static_cast<std::size_t>(nLength);
+    if (uLength < cShort)
+        m_sText = {m_szShort, uLength};
+    else
+    {
+        try
+        {
+            m_sLong.resize(uLength);
+            (void)std::vsnprintf(m_sLong.data(), uLength + 1, pszFormat, argsAgain); // measured a moment ago
+            m_sText = m_sLong;
+        }
+        catch (const std::bad_alloc&)
+        {
+            m_sText = {m_szShort, cShort - 1}; // the beginning is better than nothing
+        }
+    }
+    va_end(argsAgain);
+}
+
+CFormattedText::CFormattedText(const wchar_t* pszFormat, va_list args) noexcept
+{
+    wchar_t* pszWide = nullptr;
+    std::size_t uLength = 0;
+    std::FILE* const pFile = open_wmemstream(&pszWide, &uLength); // vswprintf does not tell how much room it lacks
+    if (!pFile)
+        return;
+    (void)std::vfwprintf(pFile, pszFormat, args);
+    (void)std::fclose(pFile);
+    const std::unique_ptr<wchar_t, decltype(&std::free)> pszOwned(pszWide, &std::free);
+    try
+    {
+        m_sLong = utf8Of({pszWide, uLength});
+        m_sText = m_sLong;
+    }
+    catch (const std::bad_alloc&)
+    {
+        m_sText = {};
+    }
+}
+
+std::string utf8Of(std::wstring_view sWide)
+{
+    std::string sText;
+    sText.reserve(sWide.size());
+    const auto fnPut = [&sText](std::uint32_t dwByte) { sText.push_back(static_cast<char>(dwByte)); };
+    for (const wchar_t cWide : sWide)
+    {
+        auto dwPoint = static_cast<std::uint32_t>(cWide);
+        if (dwPoint > 0x10FFFFU || (dwPoint >= 0xD800U && dwPoint <= 0xDFFFU))
+            dwPoint = 0xFFFDU;
+        if (dwPoint < 0x80U)
+        {
+            fnPut(dwPoint);
+            continue;
+        }
+        if (dwPoint < 0x800U)
+            fnPut(0xC0U | (dwPoint >> 6));
+        else
+        {
+            if (dwPoint < 0x10000U)
+                fnPut(0xE0U | (dwPoint >> 12));
+            else
+            {
+                fnPut(0xF0U | (dwPoint >> 18));
+                fnPut(0x80U | ((dwPoint >> 12) & 0x3FU));
+            }
+            fnPut(0x80U | ((dwPoint >> 6) & 0x3FU));
+        }
+        fnPut(0x80U | (dwPoint & 0x3FU));
+    }
+    return sText;
+}
+
+bool hasControls(std::string_view sText) noexcept
+{
+    bool bFound = false;
+    for (const char c : sText) // without an early end, so that the compiler may compare many at once
+        bFound |= isControl(static_cast<unsigned char>(c));
+    return bFound;
+}
+
+std::string escaped(std::string_view sText)
+{
+    std::string sEscaped;
+    sEscaped.reserve(sText.size() + 16);
+    for (const char c : sText)
+    {
+        const auto uc = static_cast<unsigned char>(c);
+        if (!isControl(uc))
+            sEscaped += c;
+        else if (c == '\n')
+            sEscaped += "\\n";
+        else if (c == '\r')
+            sEscaped += "\\r";
+        else
+        {
+            static constexpr char cDigits[] = "0123456789abcdef";
+            sEscaped += "\\x";
+            sEscaped += cDigits[uc >> 4];
+            sEscaped += cDigits[uc & 0xFU];
+        }
+    }
+    return sEscaped;
+}
