@@ -1,0 +1,52 @@
+// The well-known names, which hosts and peers share.
+
+#include "CDSNames.h"
+#include "ModelSupport.h"
+
+namespace {
+
+struct SName
+{
+    const std::string* psName;
+    const char* pszValue;
+};
+
+const SName g_aNames[] = {
+    {&CDSPROP_CALLERID, "CALLERID"},
+    {&CDSPROP_CALLERID_NAME, "CALLERID_NAME"},
+    {&CDSPROP_CALLERID_FLAG, "CALLERID_FLAG"},
+    {&CDSPROP_CALLEDID, "CALLEDID"},
+    {&CDSPROP_CALLEDID_NAME, "CALLEDID_NAME"},
+    {&CDSPROP_CALLEDID_FLAG, "CALLEDID_FLAG"},
+    {&CDSPROP_CALL_DATA, "CALL_DATA"},
+    {&CDSPROP_RELATED_CALLID, "RELATED_CALLID"},
+    {&CDSPROP_COMMENT, "COMMENT"},
+    {&CDSPROP_USER_USERINFO, "USER_USERINFO"},
+    {&CDSPROP_CALL_RELATION, "CALL_RELATION"},
+    {&CDSPROP_L_CONNECTEDID, "L_CONNECTEDID"},
+    {&CDSPROP_L_CONNECTEDID_NAME, "L_CONNECTEDID_NAME"},
+    {&CDSPROP_L_CONNECTEDID_FLAG, "L_CONNECTEDID_FLAG"},
+    {&CDSPROP_FAKE_CALLEDID, "FAKE_CALLEDID"},
+    {&CDSPROP_L_ORIGIN, "L_ORIGIN"},
+    {&CDSPROP_CALL_ORIGINATOR_IP, "CALL_ORIGINATOR_IP"},
+    {&CDSLOG_TUPLE_ROUTING_ENTRY, "TUPLE_ROUTING_ENTRY"},
+    {&CDSLOG_CONNECT_ENTRY, "CONNECT_ENTRY"},
+    {&CDSLOG_DISCONNECT_ENTRY, "DISCONNECT_ENTRY"},
+    {&CDSLOG_MEDIA_STREAM, "MEDIA_STREAM"},
+    {&CDSLOG_QUEUE_CALL, "QUEUE_CALL"},
+    {&CDSLOG_QUEUE_STEP, "QUEUE_STEP"},
+    {&CDSLOG_QUEUE_AGENT_WRAPUP, "QUEUE_AGENT_WRAPUP"},
+    {&CDSLOG_TUPLE_CONF_PARTY, "TUPLE_CONF_PARTY"},
+    {&CDSLOG_MEDIASTREAM_ENTRY, "MEDIASTREAM_ENTRY"},
+    {&CDSLOG_TUPLE_LINEINFO, "LINEINFO"},                // without the TUPLE_ of its name
+    {&CDSLOG_LEGACYLOG_ENTRY, "CDSLOG_LEGACYLOG_ENTRY"}, // the prefix is part of the value
+    {&CDSLOG_CDRDATA_ENTRY, "CDSLOG_CDRDATA_ENTRY"},
+};
+
+} // namespace
+
+TEST(NamesTest, HaveTheValuesThatPeersKnow)
+{
+    for (const auto& [psName, pszValue] : g_aNames)
+        EXPECT_EQ(*psName, pszValue);
+}
