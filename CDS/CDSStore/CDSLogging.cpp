@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <shared_mutex>
 
 using KRLogLib::CLogFile;
@@ -25,7 +27,9 @@ namespace {
 /// the store is called under it. Never destroyed, since records may be traced by the host's last destructors.
 std::shared_mutex& logGuard()
 {
-    static auto* const pGuard = new std::shared_mutex;
+    // In storage of its own: the first line of a process may come when there is no memory.
+    alignas(std::shared_mutex) static std::byte s_storage[sizeof(std::shared_mutex)];
+    static auto* const pGuard = new (s_storage) std::shared_mutex;
     return *pGuard;
 }
 
