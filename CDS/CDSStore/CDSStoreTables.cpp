@@ -20,7 +20,7 @@ void CCDSAPI::CTables::addRegistration(CRegistrant pData)
     try
     {
         if (data.hearsOfRegistrations())
-            m_mapListeners.emplace(std::pair(data.m_sCallID, data.m_ullSequence), &data);
+            m_mapListeners.emplace(std::pair(std::string_view(data.m_sCallID), data.m_ullSequence), &data);
         m_mapRegIDs.emplace(data.m_sRegID, std::move(pData));
     }
     catch (...)

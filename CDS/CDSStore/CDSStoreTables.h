@@ -143,8 +143,8 @@ private:
 
     std::unordered_map<std::string_view, CRegistrant> m_mapRegIDs; // registration ID (the record's own) -> record
     std::unordered_map<std::string, CRegistrants> m_mapCalls;      // call ID -> its registrations
-    std::map<std::pair<std::string, std::uint64_t>, CRegIDData*>
-        m_mapListeners; // (call ID, sequence) -> "@" registrant
+    std::map<std::pair<std::string_view, std::uint64_t>, CRegIDData*>
+        m_mapListeners; // (call ID, the record's own; sequence) -> "@" registrant
     std::uint64_t m_ullNextSequence = 0;
     std::unordered_set<std::unique_ptr<CCallData>, CHash, CEqual> m_setCallData;
     std::unordered_map<std::string_view, std::unique_ptr<CUnregData>>
