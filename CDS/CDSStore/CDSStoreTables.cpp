@@ -95,6 +95,10 @@ CCallData* CCDSAPI::CTables::findCallData(const std::string& sCallID) const
 
 void CCDSAPI::CTables::addCallData(std::unique_ptr<CCallData>&& pData)
 {
+    // A set that fails to grow has let go what it was handed, so it grows before.
+    constexpr std::size_t cFewest = 12;
+    if (const std::size_t uCount = m_setCallData.size() + 1; uCount >= m_setCallData.bucket_count())
+        m_setCallData.reserve(std::max(2 * uCount, cFewest));
     m_setCallData.insert(std::move(pData));
 }
 
