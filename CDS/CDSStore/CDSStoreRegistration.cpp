@@ -39,7 +39,15 @@ long CCDSAPI::registerLocked(CRegIDData&& data)
     CCDSLogging::logError("CCDSAPI::Register: \"%s\",\"%s\", pregiddata - 0x%08X", pData->m_sRegID.c_str(),
                           sCallID.c_str(), cdsIdentity(pData.get()));
     m_pTables->addRegistration(pData);
-    m_pTables->reviveUnregData(sCallID);
+    try
+    {
+        m_pTables->reviveUnregData(sCallID);
+    }
+    catch (...) // without memory the data stays kept, and a call with kept data has no registrant
+    {
+        (void)m_pTables->removeRegistration(pData.get());
+        throw;
+    }
     const long lResult = sendRegistration(pData->m_sRegID, pData->m_sIP, sCallID, true);
     if (lResult < 0 || pData->m_sEvent != "*" || pData->m_pfnCallback == nullptr)
         return lResult;
