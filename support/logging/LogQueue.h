@@ -10,12 +10,13 @@
 
 /// Lines between the threads that write them and the one that stores them.
 ///
-/// spdlog's own asynchronous logger was measured first (two cores, 90-character lines, the queue of 10000 blocking):
-/// 1.56 microseconds a line for the thread that writes, 1.84 with two of them, since every line is a message object in
-/// a queue of its own that wakes the writer through a condition variable. A store that writes one line per update
-/// would spend more on the line than on the update. So lines are appended to one block of memory under one lock, the
-/// writer takes the whole block, and it is woken only when it sleeps and there is work: by the first line after a
-/// pause, then at most once per half queue.
+/// spdlog's own asynchronous logger was measured first (two cores, 90-character lines, the queue of 10000 blocking): on
+/// an idle machine 1.56 microseconds a line for the thread that writes, 1.84 with two of them, since every line is a
+/// message object in a queue of its own that wakes the writer through a condition variable. A store that writes one
+/// line per update would spend more on the line than on the update. So lines are appended to one block of memory under
+/// one lock, the writer takes the whole block, and it is woken only when it sleeps and there is work: by the first line
+/// after a pause, then at most once per half queue. Side by side on a busy machine, in processor time per line,
+/// formatting included: 0.33 microseconds for the thread that writes and 0.44 for the writer, against 0.60 and 0.87.
 ///
 /// Threads    push from any thread; collect and complete from the writer's alone.
 class CLogQueue

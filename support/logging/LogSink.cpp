@@ -5,14 +5,15 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <spdlog/fmt/fmt.h>
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
 namespace {
-/// A line: UTC or local time, thread, text.
-constexpr char cPattern[] = "%Y-%m-%d %H:%M:%S.%f [%t] %v";
+/// A stamp's date and time. Lines of one second share it: formatting it for each costs more than all the rest.
+constexpr char cPattern[] = "%Y-%m-%d %H:%M:%S";
 
 /// Lines are joined to blocks of about so many bytes, or of a small file's eighth: the sink looks at its file's size
 /// once per block.
@@ -42,10 +43,9 @@ void restrictNewFile(const spdlog::filename_t& /*sName*/, std::FILE* pFile)
         (void)fchmod(fileno(pFile), status.st_mode & 0640U); // never wider than the process's own mask allows
 }
 
-spdlog::log_clock::time_point timePoint(std::int64_t llStampNs)
+void append(spdlog::memory_buf_t& buffer, std::string_view sText)
 {
-    return spdlog::log_clock::time_point(
-        std::chrono::duration_cast<spdlog::log_clock::duration>(std::chrono::nanoseconds(llStampNs)));
+    buffer.append(sText.data(), sText.data() + sText.size());
 }
 } // namespace
 
@@ -62,7 +62,8 @@ void CLogSink::apply(const CLogSettings& settings)
     if (!m_pFormatter || settings.dwUtc != m_settings.dwUtc)
     {
         const auto eTime = settings.dwUtc != 0 ? spdlog::pattern_time_type::utc : spdlog::pattern_time_type::local;
-        m_pFormatter = std::make_unique<spdlog::pattern_formatter>(cPattern, eTime);
+        m_pFormatter = std::make_unique<spdlog::pattern_formatter>(cPattern, eTime, "");
+        m_llSecond = -1;
     }
     m_settings = settings;
     m_uBlockLimit = std::min(cBlock, maxFileBytes(settings) / 8);
@@ -100,16 +101,37 @@ void CLogSink::note(std::string_view sText)
     m_sNotes = std::string(sText);
 }
 
+void CLogSink::addStamp(std::int64_t llStampNs, std::uint32_t dwThread)
+{
+    constexpr std::int64_t cNsPerSecond = 1'000'000'000;
+    if (llStampNs / cNsPerSecond != m_llSecond)
+    {
+        m_llSecond = llStampNs / cNsPerSecond;
+        m_bufSecond.clear();
+        const spdlog::log_clock::time_point tpSecond{std::chrono::seconds(m_llSecond)};
+        m_pFormatter->format({tpSecond, {}, {}, spdlog::level::info, {}}, m_bufSecond);
+    }
+    append(m_bufBlock, {m_bufSecond.data(), m_bufSecond.size()});
+    // Seven digits, of which the first makes room for leading zeros: the point takes its place.
+    fmt::format_int microseconds(1'000'000 + llStampNs % cNsPerSecond / 1000);
+    const std::size_t uPoint = m_bufBlock.size();
+    append(m_bufBlock, {microseconds.data(), microseconds.size()});
+    m_bufBlock[uPoint] = '.';
+    append(m_bufBlock, " [");
+    const fmt::format_int thread(dwThread);
+    append(m_bufBlock, {thread.data(), thread.size()});
+    append(m_bufBlock, "] ");
+}
+
 void CLogSink::addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::string_view sText)
 {
     const std::size_t uBefore = m_bufBlock.size();
-    spdlog::details::log_msg line(timePoint(llStampNs), {}, {}, spdlog::level::info, {});
-    line.thread_id = dwThread;
-    std::string sEscaped;
+    addStamp(llStampNs, dwThread);
     if (hasControls(sText))
-        sText = sEscaped = escaped(sText);
-    line.payload = {sText.data(), sText.size()};
-    m_pFormatter->format(line, m_bufBlock);
+        append(m_bufBlock, escaped(sText));
+    else
+        append(m_bufBlock, sText);
+    m_bufBlock.push_back('\n');
     if (uBefore == 0 || m_bufBlock.size() <= m_uBlockLimit)
     {
         ++m_uBlockLines;

@@ -34,6 +34,7 @@ public:
 
 private:
     void open();
+    void addStamp(std::int64_t llStampNs, std::uint32_t dwThread);
     void addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::string_view sText);
     void store();
     void lose(const char* pszWhy) noexcept;
@@ -41,7 +42,9 @@ private:
     const std::string m_sPath;
     CLogSettings m_settings;
     std::unique_ptr<spdlog::sinks::rotating_file_sink_st> m_pFile; // null while it cannot be opened
-    std::unique_ptr<spdlog::pattern_formatter> m_pFormatter;
+    std::unique_ptr<spdlog::pattern_formatter> m_pFormatter;       // of stamps, down to the second
+    std::int64_t m_llSecond = -1;                                  // which m_bufSecond shows
+    spdlog::memory_buf_t m_bufSecond;
     spdlog::memory_buf_t m_bufBlock; // formatted lines that are not stored yet
     std::size_t m_uBlockLines = 0;
     std::size_t m_uBlockLimit = 0;

@@ -119,6 +119,21 @@ TEST_F(SupportLogTest, OneLineStaysOneLine)
     EXPECT_NE(sContent.find("a\\nb\\r\\x1b[31m\\x7f\tc\n"), std::string::npos) << sContent;
 }
 
+TEST_F(SupportLogTest, EscapesAControlCharacterWhereverItIs)
+{
+    {
+        CBoundLog log("Places");
+        for (int nBefore = 0; nBefore < 20; ++nBefore)
+        {
+            for (const char c : {'\n', '\x01', '\x1f', '\x7f'})
+                log.write("%.*s%c\tabc", nBefore, "01234567890123456789", c);
+        }
+    }
+    const std::string sContent = m_directory.read("Places.log");
+    EXPECT_EQ(linesIn(sContent), 80U);
+    EXPECT_EQ(std::count(sContent.begin(), sContent.end(), '\\'), 80);
+}
+
 TEST_F(SupportLogTest, LinesReachTheFileByThemselves)
 {
     CBoundLog log("Soon");
