@@ -42,7 +42,10 @@ long CCallData::filter(CCallData* pOther, CCallData** ppResult)
     if (pResult == nullptr)
         return E_CDS_OUTOFMEMORY;
     bool bFound = false;
-    const long lResult = copyNewInto(*pResult, pOther, &bFound);
+    const long lResult = cdsGuarded([&] {
+        pResult->m_mapProperties.reserve(m_mapProperties.size());
+        return copyNewInto(*pResult, pOther, &bFound);
+    });
     if (lResult >= 0 && bFound)
         *ppResult = pResult.release();
     return lResult;

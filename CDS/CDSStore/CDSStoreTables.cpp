@@ -72,9 +72,9 @@ std::vector<CCDSAPI::CTables::CRegistrant> CCDSAPI::CTables::receivers(const std
     const auto it = m_mapCalls.find(sCallID);
     if (it == m_mapCalls.end())
         return vecReceivers;
-    for (const CRegIDData* pData = it->second.m_pFirst; pData != nullptr; pData = pData->m_pNext)
+    for (CRegIDData* pData = it->second.m_pFirst; pData != nullptr; pData = pData->m_pNext)
         if (pData->receives(sEvent))
-            vecReceivers.push_back(m_mapRegIDs.find(pData->m_sRegID)->second);
+            vecReceivers.push_back(pData->shared_from_this());
     return vecReceivers;
 }
 
@@ -83,7 +83,7 @@ std::vector<CCDSAPI::CTables::CRegistrant> CCDSAPI::CTables::registrationListene
     std::vector<CRegistrant> vecListeners;
     vecListeners.reserve(m_mapListeners.size());
     for (const auto& [key, pData] : m_mapListeners)
-        vecListeners.push_back(m_mapRegIDs.find(pData->m_sRegID)->second);
+        vecListeners.push_back(pData->shared_from_this());
     return vecListeners;
 }
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 /// One registration.
-class CCDSAPI::CRegIDData
+class CCDSAPI::CRegIDData : public std::enable_shared_from_this<CRegIDData>
 {
 public:
     /// Whether a delivery with this event is for this registrant.
