@@ -245,7 +245,9 @@ inline std::string serialized(CCallbackData& data)
 struct SFiltered
 {
     long lResult = 0;
-    std::unique_ptr<CCallData> pRecord;
+    std::unique_ptr<CCallData> pRecord; // null when nothing is new
+
+    bool any() const { return pRecord != nullptr; }
 };
 
 inline SFiltered filtered(CCallData& record, CCallData* pOther)
