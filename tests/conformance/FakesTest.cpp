@@ -7,6 +7,7 @@
 #include "KRException.h"
 #include "KRLogLib.h"
 #include "KRRegLib.h"
+#include "LockSteps.h"
 
 #include <future>
 
@@ -74,16 +75,16 @@ TEST_F(FakesTest, SleepMayMoveTheClock)
 TEST_F(FakesTest, LocksAreOnRecordWhenAsked)
 {
     CPCritSec before("before", 1);
-    before.enter(1);
-    before.leave(2);
+    enterStep(before, 1);
+    leaveStep(before, 2);
     CFakeLocks::record(true);
     CPCritSec cs("cs", 1);
-    cs.enter(3);
-    cs.enter(4);
+    enterStep(cs, 3);
+    enterStep(cs, 4);
     EXPECT_THAT(CFakeLocks::heldByThisThread(), ElementsAre("cs", "cs"));
-    cs.leave(5);
+    leaveStep(cs, 5);
     EXPECT_FALSE(CFakeLocks::balanced());
-    cs.leave(6);
+    leaveStep(cs, 6);
     EXPECT_TRUE(CFakeLocks::balanced());
     ASSERT_EQ(CFakeLocks::creations().size(), 1U);
     EXPECT_EQ(CFakeLocks::creations()[0].nFlag, 1);

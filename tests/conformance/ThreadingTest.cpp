@@ -4,8 +4,10 @@
 #include "CPThread.h"
 #include "CPortable.h"
 #include "ConformanceWorld.h"
+#include "LockSteps.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <future>
 #include <thread>
@@ -35,19 +37,17 @@ TEST_F(ThreadingTest, LockKeepsItsName)
 TEST_F(ThreadingTest, LockIsReentrant)
 {
     CPCritSec cs("cs", 1);
-    cs.enter(1);
-    cs.enter(2);
-    cs.leave(3);
-    std::atomic<bool> bEntered{false};
-    std::thread other([&] {
-        cs.enter(4);
-        bEntered = true;
-        cs.leave(5);
+    enterStep(cs, 1);
+    enterStep(cs, 2);
+    leaveStep(cs, 3);
+    auto entered = std::async(std::launch::async, [&cs] {
+        enterStep(cs, 4);
+        leaveStep(cs, 5);
     });
-    EXPECT_FALSE(bEntered) << "one leave of two has opened the lock";
-    cs.leave(6);
-    other.join();
-    EXPECT_TRUE(bEntered);
+    EXPECT_EQ(entered.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout)
+        << "one leave of two has opened the lock";
+    leaveStep(cs, 6);
+    entered.get();
 }
 
 TEST_F(ThreadingTest, LockExcludesOtherThreads)
