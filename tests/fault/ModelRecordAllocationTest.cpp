@@ -1,0 +1,381 @@
+// Records without memory: a write happens or not, a merge stops half-way in a known way, a copy is whole or null.
+
+#include "AllocationSweep.h"
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+
+using namespace model;
+
+namespace {
+
+const std::string g_sLong = "a text that is longer than what a string keeps inside itself";
+const std::string g_sOther = "b text that is longer than what a string keeps inside itself";
+
+using CRecord = std::unique_ptr<CCallData>;
+
+CRecord makeRecord()
+{
+    auto pRecord = std::make_unique<CCallData>(g_sLong);
+    put(*pRecord, g_sLong, "held", at(10));
+    put(*pRecord, "SHORT", "held", at(10));
+    add(*pRecord, g_sLong, "held", at(10));
+    return pRecord;
+}
+
+/// With an iteration under way, whose snapshot the writers take care of.
+CRecord makeIteratedRecord()
+{
+    CRecord pRecord = makeRecord();
+    (void)propertiesOf(*pRecord);
+    (void)entriesOf(*pRecord, g_sLong);
+    return pRecord;
+}
+
+/// What a record held that brings something new of every kind.
+CRecord makeIncoming()
+{
+    auto pRecord = std::make_unique<CCallData>(g_sLong);
+    put(*pRecord, g_sLong, "new", at(20));
+    put(*pRecord, g_sOther, "new", at(20));
+    add(*pRecord, g_sLong, "new", at(20));
+    add(*pRecord, g_sOther, "new", at(20));
+    return pRecord;
+}
+
+unsigned long sizeOf(const std::vector<SItem>& vecItems)
+{
+    unsigned long ulSize = 0;
+    for (const SItem& item : vecItems)
+        ulSize += item.sValue.size();
+    return ulSize;
+}
+
+bool isAmong(const SItem& item, const std::vector<SItem>& vecItems)
+{
+    return std::find(vecItems.begin(), vecItems.end(), item) != vecItems.end();
+}
+
+/// A write to a record.
+struct SWriter
+{
+    const char* pszName;
+    std::function<long(CCallData&, bool*)> fnWrite;
+    std::function<unsigned long(const CCallData&)> fnCount;
+};
+
+const CValue g_value("value");
+
+const auto g_fnSets = [](const CCallData& record) { return record.getSetPropertiesCount(); };
+const auto g_fnAppends = [](const CCallData& record) { return record.getAppendLogEntriesCount(); };
+
+const SWriter g_aWriters[] = {
+    {"new property",
+     [](CCallData& r, bool* pb) { return r.setProperty(g_sOther, g_value.data(), 5, at(20), true, pb); }, g_fnSets},
+    {"replaced property",
+     [](CCallData& r, bool* pb) { return r.setProperty(g_sLong, g_value.data(), 5, at(20), true, pb); }, g_fnSets},
+    {"entry of a new log",
+     [](CCallData& r, bool* pb) { return r.appendLogEntry(g_sOther, g_value.data(), 5, at(20), true, pb); },
+     g_fnAppends},
+    {"entry of a known log",
+     [](CCallData& r, bool* pb) { return r.appendLogEntry(g_sLong, g_value.data(), 5, at(5), true, pb); }, g_fnAppends},
+};
+
+class RecordAllocationTest : public CModelTest
+{
+};
+
+using RecordCompareAllocationTest = RecordAllocationTest;
+using RecordTextAllocationTest = RecordAllocationTest;
+
+} // namespace
+
+TEST_F(RecordAllocationTest, MakingOneFailsWithoutALeak)
+{
+    sweep([] { return CRecord(); },
+          [](CRecord& pRecord) {
+              pRecord = std::make_unique<CCallData>(g_sLong);
+              return 0L;
+          },
+          [](const CRecord& pRecord, const SOutcome& outcome) { EXPECT_EQ(pRecord != nullptr, outcome.succeeded()); });
+}
+
+TEST_F(RecordAllocationTest, AWriteHappensOrNot)
+{
+    for (const auto& [pszName, fnWrite, fnCount] : g_aWriters)
+        for (const auto& fnMake : {makeRecord, makeIteratedRecord})
+        {
+            SCOPED_TRACE(pszName);
+            const CRecord pBefore = fnMake();
+            const CRecord pAfter = fnMake();
+            bool bChanged = false;
+            EXPECT_THAT(fnWrite(*pAfter, &bChanged), IsOk());
+            sweep(
+                fnMake, [&, &write = fnWrite](CRecord& pRecord) { return write(*pRecord, &bChanged); },
+                [&, &count = fnCount](CRecord& pRecord, const SOutcome& outcome) {
+                    EXPECT_FALSE(outcome.bBadAlloc || outcome.ulThrown != 0);
+                    EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+                    EXPECT_EQ(bChanged, outcome.succeeded());
+                    EXPECT_EQ(count(*pRecord), count(*pAfter)); // it counts all the same
+                    CCallData& expected = outcome.succeeded() ? *pAfter : *pBefore;
+                    EXPECT_EQ(serialized(*pRecord), serialized(expected));
+                    EXPECT_EQ(pRecord->getsize(), expected.getsize());
+                });
+        }
+}
+
+TEST_F(RecordAllocationTest, AWriteOfNowHappensOrNot)
+{
+    sweep(
+        makeRecord,
+        [](CRecord& pRecord) {
+            const long lResult = pRecord->setProperty(g_sOther, g_value.data(), 5);
+            return lResult < 0 ? lResult : pRecord->appendLogEntry(g_sOther, g_value.data(), 5);
+        },
+        [](CRecord& pRecord, const SOutcome& outcome) {
+            EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+            EXPECT_EQ(pRecord->getsize(), sizeOf(contentOf(*pRecord)));
+        });
+}
+
+TEST_F(RecordAllocationTest, IterationsReportItAndCanBeRepeated)
+{
+    const std::function<long(CCallData&)> aIterations[] = {
+        [](CCallData& record) {
+            int nIndex = 0;
+            std::string sName;
+            unsigned char* pData = nullptr;
+            int nLength = 0;
+            return record.getProperty(&nIndex, &sName, &pData, &nLength, at(0), nullptr);
+        },
+        [](CCallData& record) {
+            int nIndex = 0;
+            unsigned char* pData = nullptr;
+            int nLength = 0;
+            return record.getLogEntry(g_sLong, &nIndex, &pData, &nLength, at(0), nullptr);
+        },
+        [](CCallData& record) {
+            int nIndex = 0;
+            unsigned char* pData = nullptr;
+            int nLength = 0;
+            return record.getLogEntryByPartialName("a", &nIndex, &pData, &nLength, at(0), nullptr);
+        },
+        [](CCallData& record) {
+            std::string sName;
+            return record.getLogName(0, &sName);
+        },
+        [](CCallData& record) { return record.setCallID(g_sLong + g_sOther); },
+        [](CCallData& record) {
+            std::string sCallID;
+            return record.getCallID(&sCallID);
+        },
+    };
+    const CRecord pExpected = makeRecord();
+    for (const auto& fnRun : aIterations)
+        sweep(
+            makeRecord, [&](CRecord& pRecord) { return fnRun(*pRecord); },
+            [&](CRecord& pRecord, const SOutcome& outcome) {
+                // The caller's own copy of a name is the caller's std::bad_alloc.
+                EXPECT_TRUE(outcome.succeeded() || outcome.bBadAlloc || outcome.lResult == E_CDS_OUTOFMEMORY);
+                EXPECT_THAT(fnRun(*pRecord), IsOk());
+                EXPECT_EQ(contentOf(*pRecord), contentOf(*pExpected));
+            });
+}
+
+TEST_F(RecordAllocationTest, DumpAndTraceLeaveTheRecordWhole)
+{
+    const CRecord pExpected = makeRecord();
+    sweep(
+        makeRecord,
+        [](CRecord& pRecord) {
+            pRecord->trace("label"); // ends early instead of failing
+            return 0L;
+        },
+        [&](CRecord& pRecord, const SOutcome& outcome) {
+            EXPECT_TRUE(outcome.succeeded());
+            EXPECT_EQ(serialized(*pRecord), serialized(*pExpected));
+        });
+    sweep(
+        makeRecord,
+        [](CRecord& pRecord) {
+            std::string sDump;
+            pRecord->DumpContent(sDump);
+            return 0L;
+        },
+        [&](CRecord& pRecord, const SOutcome&) { EXPECT_EQ(serialized(*pRecord), serialized(*pExpected)); });
+}
+
+TEST_F(RecordCompareAllocationTest, ACloneIsWholeOrNull)
+{
+    const CRecord pSource = makeRecord();
+    const std::string sBefore = serialized(*pSource);
+    sweep([] { return CRecord(); },
+          [&](CRecord& pClone) {
+              pClone.reset(pSource->clone());
+              return pClone != nullptr ? 0 : E_CDS_OUTOFMEMORY;
+          },
+          [&](CRecord& pClone, const SOutcome& outcome) {
+              EXPECT_FALSE(outcome.bBadAlloc || outcome.ulThrown != 0); // null tells
+              EXPECT_EQ(serialized(*pSource), sBefore);
+              EXPECT_TRUE(pClone == nullptr || contentOf(*pClone) == contentOf(*pSource));
+          });
+}
+
+TEST_F(RecordCompareAllocationTest, ADifferenceIsWholeOrNull)
+{
+    const CRecord pHeld = makeRecord();
+    const CRecord pNew = makeIncoming();
+    const std::vector<SItem> vecWhole = contentOf(*filtered(*pNew, pHeld.get()).pRecord);
+    sweep(
+        [&] {
+            return SFiltered{0, nullptr};
+        },
+        [&](SFiltered& difference) {
+            difference = filtered(*pNew, pHeld.get());
+            return difference.lResult;
+        },
+        [&](SFiltered& difference, const SOutcome& outcome) {
+            EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+            EXPECT_EQ(difference.any(), outcome.succeeded());
+            EXPECT_TRUE(!difference.any() || contentOf(*difference.pRecord) == vecWhole);
+        });
+}
+
+TEST_F(RecordCompareAllocationTest, NoDifferenceWithoutARecordToHoldIt)
+{
+    const CRecord pNew = makeIncoming();
+    CCallData* pResult = pNew.get();
+    long lResult = 0;
+    {
+        const CFailingAllocator failing(0);
+        lResult = pNew->filter(nullptr, &pResult);
+    }
+    EXPECT_THAT(lResult, FailsWith(E_CDS_OUTOFMEMORY));
+    EXPECT_EQ(pResult, nullptr);
+}
+
+TEST_F(RecordCompareAllocationTest, WhatWasMergedBeforeStays)
+{
+    const CRecord pNew = makeIncoming();
+    const CRecord pOld = makeRecord();
+    const CRecord pWhole = makeRecord();
+    bool bChanged = false;
+    EXPECT_THAT(pWhole->merge(pNew.get(), &bChanged), IsOk());
+    const std::vector<SItem> vecOld = contentOf(*pOld);
+    const std::vector<SItem> vecWhole = contentOf(*pWhole);
+    sweep(
+        makeIteratedRecord, [&](CRecord& pRecord) { return pRecord->merge(pNew.get(), &bChanged); },
+        [&](CRecord& pRecord, const SOutcome& outcome) {
+            EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+            const std::vector<SItem> vecNow = contentOf(*pRecord);
+            for (const SItem& item : vecNow)
+                EXPECT_TRUE(isAmong(item, vecOld) || isAmong(item, vecWhole));
+            EXPECT_EQ(bChanged, vecNow != vecOld);
+            EXPECT_EQ(pRecord->getsize(), sizeOf(vecNow));
+            EXPECT_THAT(pRecord->merge(pNew.get(), &bChanged), IsOk()); // with memory again, the rest follows
+            EXPECT_EQ(contentOf(*pRecord), vecWhole);
+        });
+}
+
+TEST_F(RecordCompareAllocationTest, AFailingPropertyEndsThePropertiesButNotTheLogs)
+{
+    CCallData incoming("C1");
+    put(incoming, "A", "new", at(20));
+    put(incoming, "B", "new", at(20));
+    add(incoming, "L", "new", at(20));
+    CCallData held("C1");
+    bool bChanged = false;
+    long lResult = -1;
+    {
+        const CFailingAllocator failing(0, CFailingAllocator::Mode::RefuseOne); // the blob of "A"
+        lResult = held.merge(&incoming, &bChanged);
+    }
+    EXPECT_THAT(lResult, IsOk()); // the result of the last entry
+    EXPECT_TRUE(bChanged);
+    EXPECT_THAT(contentOf(held), ::testing::ElementsAre(SItem{"L", "new", at(20)}));
+    EXPECT_EQ(held.getSetPropertiesCount(), 1U);
+}
+
+TEST_F(RecordCompareAllocationTest, AFailingPropertyIsTheResultWhenNoEntryFollows)
+{
+    CCallData incoming("C1");
+    put(incoming, "A", "new", at(20));
+    CCallData held("C1");
+    bool bChanged = true;
+    long lResult = 0;
+    {
+        const CFailingAllocator failing(0);
+        lResult = held.merge(&incoming, &bChanged);
+    }
+    EXPECT_THAT(lResult, FailsWith(E_CDS_OUTOFMEMORY));
+    EXPECT_FALSE(bChanged);
+}
+
+TEST_F(RecordCompareAllocationTest, AFailingEntryIsTracedAndEndsTheMerge)
+{
+    CCallData incoming("C1");
+    add(incoming, "L", "new", at(20));
+    add(incoming, "M", "new", at(20));
+    CCallData held("C1");
+    bool bChanged = true;
+    long lResult = 0;
+    const auto mergeWithout = [&] {
+        const CFailingAllocator failing(0);
+        lResult = held.merge(&incoming, &bChanged);
+    };
+    EXPECT_THAT(linesUnder(cError, mergeWithout),
+                ::testing::ElementsAre("CCallData::merge: Error(0xC1170A28) appendlogEntry"));
+    EXPECT_THAT(lResult, FailsWith(E_CDS_OUTOFMEMORY));
+    EXPECT_FALSE(bChanged);
+    EXPECT_EQ(held.getAppendLogEntriesCount(), 1U); // the second entry was not offered any more
+    const std::vector<std::string> vecLines = linesUnder(cError | cInfo, mergeWithout);
+    ASSERT_GE(vecLines.size(), 2U);
+    EXPECT_EQ(vecLines[vecLines.size() - 2], "CCallData::merge: Error(0xC1170A28) appendlogEntry");
+    EXPECT_EQ(vecLines.back(), "CCallData::merge: After merging Logs(bChanged=0)");
+}
+
+TEST_F(RecordTextAllocationTest, ATextIsWrittenWholeOrNotAtAll)
+{
+    const CRecord pRecord = makeRecord();
+    const std::string sWhole = serialized(*pRecord);
+    sweep([] { return std::string("before"); }, [&](std::string& sText) { return pRecord->serialize(&sText); },
+          [&](const std::string& sText, const SOutcome& outcome) {
+              EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+              EXPECT_EQ(sText, outcome.succeeded() ? sWhole : "before");
+          });
+}
+
+TEST_F(RecordTextAllocationTest, ReadingReportsItAndKeepsTheRecordUsable)
+{
+    CCallData incoming(g_sLong);
+    put(incoming, g_sOther, "new", at(20));
+    add(incoming, g_sLong, "new", at(20));
+    add(incoming, g_sOther, "new", at(20));
+    const std::string sText = serialized(incoming);
+    for (const auto& fnMake : {makeRecord, makeIteratedRecord})
+        sweep(
+            fnMake, [&](CRecord& pRecord) { return pRecord->deserialize(sText); },
+            [&](CRecord& pRecord, const SOutcome& outcome) {
+                EXPECT_TRUE(outcome.succeeded() || outcome.lResult == E_CDS_OUTOFMEMORY);
+                std::string sNow;
+                EXPECT_THAT(pRecord->serialize(&sNow), IsOk());
+                EXPECT_THAT(contentOf(*pRecord), ::testing::Contains(SItem{"SHORT", "held", at(10)}));
+                EXPECT_THAT(put(*pRecord, g_sOther, "later", at(99)), true);
+            });
+}
+
+TEST_F(RecordTextAllocationTest, NoHalfRecordIsMadeOfAText)
+{
+    const std::string sText = serialized(*makeIncoming());
+    sweep([] { return CRecord(); },
+          [&](CRecord& pRecord) {
+              pRecord = std::make_unique<CCallData>(sText, true);
+              return 0L;
+          },
+          [&](CRecord& pRecord, const SOutcome& outcome) {
+              EXPECT_EQ(pRecord != nullptr, outcome.succeeded());
+              EXPECT_TRUE(pRecord == nullptr ||
+                          serialized(*pRecord).size() <= sText.size()); // values that found no room are empty
+          });
+}
