@@ -35,6 +35,8 @@ void CCallData::DumpContent(std::string& sDump) const
 
 void CCallData::trace(const char* pszTitle)
 {
+    // Held all the while: a value that another thread clears must not go between finding and writing it.
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     const CCDSTimestamp tsAll(0, 0);
     if (*pszTitle != '\0')
         CCDSLogging::logAlways("CCallData::trace: %s", CFittedLabel(pszTitle).text());
