@@ -119,6 +119,32 @@ TEST_F(CallDataThreadsTest, WritersReadersAndATracerShareARecord)
     EXPECT_EQ(m_record.getsize(), 0U);
 }
 
+TEST_F(CallDataThreadsTest, ARecordIsClearedWhileItIsTraced)
+{
+    const std::string sValue(16, 'x');
+    onThreads(2, [&](int nThread) {
+        for (int i = 0; i < 5 * cRounds; ++i)
+        {
+            if (nThread == 0)
+            {
+                m_record.trace("");
+                continue;
+            }
+            for (const char* const pszName : {"A", "B", "C", "D"})
+            {
+                put(m_record, pszName, sValue, at(1));
+                add(m_record, pszName, sValue, at(1));
+            }
+            (void)m_record.clear();
+        }
+    });
+    for (const std::string& sLine : CFakeLog::texts()) // what was traced were values, not what became of their memory
+        if (sLine[0] == '\t')
+        {
+            EXPECT_THAT(sLine, ::testing::HasSubstr("val=" + sValue));
+        }
+}
+
 TEST_F(CallDataThreadsTest, ManyRecordsAreMergedAndFilteredAgainstOne)
 {
     onThreads(cThreads, [&](int nThread) {
