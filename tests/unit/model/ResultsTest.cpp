@@ -14,6 +14,11 @@ struct SCode
     std::int32_t lSigned;
 };
 
+void PrintTo(const SCode& code, std::ostream* pOut)
+{
+    *pOut << code.pszName;
+}
+
 class ResultsTest : public ::testing::TestWithParam<SCode>
 {
 };
