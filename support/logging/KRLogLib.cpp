@@ -163,5 +163,6 @@ CLogFileRegistry::CLogFileRegistry(CLogFile* pLog, const char* pszKey, const cha
 CLogFileRegistry::~CLogFileRegistry()
 {
     CConfiguration::get().unsubscribe(m_pState->listener);
+    m_pState->log.mask.unbind();
 }
 } // namespace KRLogLib

@@ -31,3 +31,9 @@ void CTraceMask::configure(std::uint32_t dwMask)
     m_bChosen = false;
     m_dwMask.store(dwMask);
 }
+
+void CTraceMask::unbind()
+{
+    const std::lock_guard lock(m_mtx);
+    m_optConfigured.reset();
+}

@@ -23,6 +23,9 @@ public:
     /// The configured mask, when a log is bound and whenever the configuration is read.
     void configure(std::uint32_t dwMask);
 
+    /// The log's binding is gone: what is configured for the next one is no change.
+    void unbind();
+
 private:
     std::atomic<std::uint32_t> m_dwMask{0};
     std::mutex m_mtx;

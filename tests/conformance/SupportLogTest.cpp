@@ -104,6 +104,7 @@ TEST_F(SupportLogTest, LinesAreStampedInUtc)
     int nEnd = 0;
     (void)std::sscanf(sContent.c_str(), "%4d-%*2d-%*2d %2d:%*2d:%*2d.%*6d [%*d] text%n", &nYear, &nHour, &nEnd);
     EXPECT_EQ(static_cast<std::size_t>(nEnd) + 1, sContent.size()) << sContent; // and the line's end
+    EXPECT_EQ(sContent.find(" ["), sizeof "2009-03-04 05:06:07.000089" - 1) << sContent;
     EXPECT_EQ(nYear, before.wYear);
     EXPECT_TRUE(nHour == before.wHour || nHour == (before.wHour + 1) % 24) << sContent; // an hour may just begin
 }
@@ -186,9 +187,9 @@ TEST_F(SupportLogTest, MaskFollowsTheFileByItself)
     configure("[Orvane.CDS]\nLogTraceMask = 1\n");
     CBoundLog log("Following", {.ulFollow = 1});
     EXPECT_EQ(log.mask(), 1U);
-    m_directory.write("cds.toml", "[Orvane.CDS]\nLogTraceMask = 0x11 # more\n");
+    m_directory.replace("cds.toml", "[Orvane.CDS]\nLogTraceMask = 0x11 # more\n");
     EXPECT_TRUE(eventually([&] { return log.mask() == 0x11; }));
-    m_directory.write("cds.toml", "[Orvane.CDS]\nLogTraceMask = = 1\n");
+    m_directory.replace("cds.toml", "[Orvane.CDS]\nLogTraceMask = = 1\n");
     EXPECT_TRUE(eventually([&] {
         return m_directory.read("Following.log").find("cds.toml:2:16: ") != std::string::npos;
     })) << "a broken file is told in the log";

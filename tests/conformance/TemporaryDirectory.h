@@ -39,6 +39,12 @@ public:
     {
         std::ofstream(m_path / sName, std::ios::binary) << sContent;
     }
+    /// Replaces a file in one step, for tests with a reader that may look at any moment.
+    void replace(const std::string& sName, const std::string& sContent) const
+    {
+        write(sName + ".new", sContent);
+        std::filesystem::rename(m_path / (sName + ".new"), m_path / sName);
+    }
 
 private:
     std::filesystem::path m_path;
