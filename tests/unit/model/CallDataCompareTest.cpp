@@ -1,5 +1,6 @@
 // Records: filter, merge, change detection and clone.
 
+#include "FakeOwner.h"
 #include "ModelSupport.h"
 
 using namespace model;
@@ -418,6 +419,22 @@ TEST_F(CloneTest, StartsWithoutReferences)
     (void)m_new.addRef();
     const std::unique_ptr<CCallData> pClone(m_new.clone());
     EXPECT_EQ(pClone->addRef(), 1);
+}
+
+TEST_F(CloneTest, AsksTheSameOwner)
+{
+    CFakeOwner owner;
+    CCallData record(&owner, "C1");
+    put(record, "A", "1", at(10));
+    const std::unique_ptr<CCallData> pClone(record.clone());
+    const SFiltered difference = filtered(record, nullptr);
+    const CValue value("now");
+    for (CCallData* const pCopy : {pClone.get(), difference.pRecord.get()})
+    {
+        EXPECT_THAT(pCopy->setProperty("B", value.data(), value.length()), IsOk());
+        EXPECT_THAT(contentOf(*pCopy), ::testing::Contains(SItem{"B", "now", owner.m_tsAnswer}));
+    }
+    EXPECT_EQ(owner.m_vecAsked.size(), 2U);
 }
 
 TEST_F(CloneTest, OfAnEmptyRecordIsEmpty)

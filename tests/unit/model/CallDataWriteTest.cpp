@@ -1,6 +1,6 @@
 // Records: making one, writing values and entries, the look-ups by name.
 
-#include "CDSAPI.h"
+#include "FakeOwner.h"
 #include "ModelSupport.h"
 
 #include <type_traits>
@@ -10,34 +10,6 @@ using namespace model;
 static_assert(!std::is_copy_constructible_v<CCallData> && !std::is_copy_assignable_v<CCallData>);
 
 namespace {
-
-/// A store as far as a record needs one.
-class CFakeOwner : public CBaseCDSAPI
-{
-public:
-    long Initialize(const std::string&, unsigned long) override { return 0; }
-    long Finalize() override { return 0; }
-    long Register(unsigned long, const std::string&, const std::string&, const std::string&, const std::string&,
-                  long (*)(CCallbackMsg*), unsigned long) override
-    {
-        return 0;
-    }
-    long Unregister(const std::string&) override { return 0; }
-    long Update(const std::string&, CCallData*, bool) override { return 0; }
-    unsigned long long GetCallIDTimestamp(const std::string&) override { return 0; }
-    long GetCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp) override
-    {
-        m_vecAsked.push_back({sCallID, {}, *ptsStamp});
-        *ptsStamp = m_tsAnswer;
-        return m_lAnswer;
-    }
-    unsigned long GetServerTickCount(unsigned long) override { return 0; }
-    unsigned long long GetServerTimestamp(unsigned long) override { return 0; }
-
-    std::vector<SItem> m_vecAsked; // call ID, and the stamp as it came
-    CCDSTimestamp m_tsAnswer{4711, 3};
-    long m_lAnswer = 0;
-};
 
 /// A property as the look-up by name finds it.
 SItem propertyOf(const CCallData& record, const std::string& sName)
