@@ -52,6 +52,22 @@ template <class TOperation> long cdsGuarded(TOperation operation)
     }
 }
 
+/// The same for an operation that makes blobs, whose bytes may be refused.
+template <class TOperation> long CCallData::makingBlob(TOperation operation)
+{
+    try
+    {
+        return cdsGuarded([&] {
+            operation();
+            return 0L;
+        });
+    }
+    catch (unsigned long ulCode) // a blob whose bytes could not be allocated
+    {
+        return cdsResult(ulCode);
+    }
+}
+
 /// A record, or null when it cannot be made.
 inline std::unique_ptr<CCallData> cdsMakeRecord(CBaseCDSAPI* pOwner, const std::string& sCallID)
 {

@@ -86,36 +86,33 @@ long CCallData::setProperty(const std::string& sName, unsigned char* const& pDat
     *pbChanged = false;
     const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     m_dwSetPropertiesCount.fetch_add(1, std::memory_order_relaxed);
-    return makingBlob([&] {
-        const auto it = m_mapProperties.lowerBound(sName);
-        const bool bHeld = m_mapProperties.holdsAt(it, sName);
-        if (bHeld && !cdsIsZero(tsStamp) && !(tsStamp > (*it)->timestamp()))
-            return;
-        auto pBlob = std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp);
-        if (bHeld)
-            replaceProperty(it, std::move(pBlob));
-        else
-        {
-            m_mapProperties.insertAt(it, std::move(pBlob));
-            addSize(nLength > 0 && pData != nullptr ? nLength : 0);
-        }
-        *pbChanged = true;
-    });
+    return makingBlob([&] { takeProperty(sName, pData, nLength, tsStamp, nullptr, pbChanged); });
 }
 
-template <class TOperation> long CCallData::makingBlob(TOperation operation)
+/// Takes a property's value, unless the one held is as new.
+///
+/// @param pvecNew  takes a property that the record lacks, for the caller to merge in with the rest of them; null when
+///                 there is only this one
+void CCallData::takeProperty(const std::string& sName, unsigned char* const& pData, int nLength,
+                             const CCDSTimestamp& tsStamp, CPropertyMap::CItems* pvecNew, bool* pbChanged)
 {
-    try
+    const auto it = m_mapProperties.lowerBound(sName);
+    const bool bHeld = m_mapProperties.holdsAt(it, sName);
+    if (bHeld && !cdsIsZero(tsStamp) && !(tsStamp > (*it)->timestamp()))
+        return;
+    auto pBlob = std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp);
+    const long lLength = pBlob->length();
+    if (bHeld)
+        replaceProperty(it, std::move(pBlob));
+    else
     {
-        return cdsGuarded([&] {
-            operation();
-            return 0L;
-        });
+        if (pvecNew != nullptr)
+            pvecNew->push_back(std::move(pBlob));
+        else
+            m_mapProperties.insertAt(it, std::move(pBlob));
+        addSize(lLength);
     }
-    catch (unsigned long ulCode) // a blob whose bytes could not be allocated
-    {
-        return cdsResult(ulCode);
-    }
+    *pbChanged = true;
 }
 
 void CCallData::replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob)
@@ -140,8 +137,11 @@ void CCallData::retire(std::unique_ptr<CCDSBlob> pReplaced)
 {
     if (m_pCursors == nullptr)
         return;
-    const auto& vecSnapshot = m_pCursors->m_vecPropertyCursor;
-    if (std::find(vecSnapshot.begin(), vecSnapshot.end(), pReplaced.get()) != vecSnapshot.end())
+    const auto& vecSnapshot = m_pCursors->m_vecPropertyCursor; // in name order
+    const auto it =
+        std::lower_bound(vecSnapshot.begin(), vecSnapshot.end(), pReplaced->name(),
+                         [](const CCDSBlob* pBlob, const std::string& sName) { return pBlob->name() < sName; });
+    if (it != vecSnapshot.end() && *it == pReplaced.get())
         m_pCursors->m_vecReplaced.push_back(std::move(pReplaced));
 }
 
@@ -153,21 +153,37 @@ long CCallData::appendLogEntry(const std::string& sName, unsigned char* const& p
     m_dwAppendLogEntriesCount.fetch_add(1, std::memory_order_relaxed);
     return makingBlob([&] {
         const auto itLog = m_mapLogEntries.lowerBound(sName);
-        const bool bKnownLog = m_mapLogEntries.holdsAt(itLog, sName);
-        std::unique_ptr<CLogEntries> pNewLog;
-        if (!bKnownLog)
-            pNewLog = std::make_unique<CLogEntries>(sName, tsStamp);
-        CLogEntries& log = bKnownLog ? **itLog : *pNewLog;
-        const auto it = log.m_mapEntries.lowerBound(tsStamp);
-        if (log.m_mapEntries.holdsAt(it, tsStamp))
+        if (m_mapLogEntries.holdsAt(itLog, sName))
+        {
+            takeEntry(**itLog, pData, nLength, tsStamp, nullptr, pbChanged);
             return;
-        log.m_mapEntries.insertAt(it, std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp));
-        if (!bKnownLog)
-            m_mapLogEntries.insertAt(itLog, std::move(pNewLog));
-        log.m_tsLastAppend = tsStamp;
-        addSize(nLength > 0 && pData != nullptr ? nLength : 0);
-        *pbChanged = true;
+        }
+        auto pLog = std::make_unique<CLogEntries>(sName, tsStamp);
+        m_mapLogEntries.growForOne(); // so that the log, once it has its entry, gets its place
+        takeEntry(*pLog, pData, nLength, tsStamp, nullptr, pbChanged);
+        m_mapLogEntries.insertAt(m_mapLogEntries.lowerBound(sName), std::move(pLog));
     });
+}
+
+/// Takes an entry into a log, unless the log holds its stamp.
+///
+/// @param pvecLate  takes an entry that does not go behind all others, for the caller to merge in with the rest of
+///                  them; null when there is only this one
+void CCallData::takeEntry(CLogEntries& log, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
+                          CEntryMap::CItems* pvecLate, bool* pbChanged)
+{
+    const auto it = log.m_mapEntries.lowerBound(tsStamp);
+    if (log.m_mapEntries.holdsAt(it, tsStamp))
+        return;
+    auto pBlob = std::make_unique<CCDSBlob>(log.name(), pData, nLength, tsStamp);
+    const long lLength = pBlob->length();
+    if (pvecLate != nullptr && it != log.m_mapEntries.end())
+        pvecLate->push_back(std::move(pBlob));
+    else
+        log.m_mapEntries.insertAt(it, std::move(pBlob));
+    log.m_tsLastAppend = tsStamp;
+    addSize(lLength);
+    *pbChanged = true;
 }
 
 /// A stamp for this call, now: the owner's, or the local clock's. Asked without the record's lock, since the owner may

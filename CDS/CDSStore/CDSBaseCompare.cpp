@@ -4,6 +4,23 @@
 #include "CDSLogging.h"
 #include "CDSTraceText.h"
 
+#include <algorithm>
+
+namespace {
+
+/// Room for what a map lacks of another, in it and in the vector that collects it, so that merging it in cannot fail.
+template <class TMap> void makeRoom(TMap* pmap, const TMap& from, typename TMap::CItems* pvecNew)
+{
+    const auto lacks = [pmap](const auto& pItem) { return pmap->find(TMap::keyOf(*pItem)) == nullptr; };
+    const auto uNew = static_cast<std::size_t>(std::count_if(from.begin(), from.end(), lacks));
+    if (uNew == 0)
+        return;
+    pvecNew->reserve(uNew);
+    pmap->reserve(pmap->size() + uNew);
+}
+
+} // namespace
+
 /// Copies into target what pOther lacks: everything when it is null.
 long CCallData::copyNewInto(CCallData& target, CCallData* pOther, bool* pbFound) const
 {
@@ -58,7 +75,7 @@ CCallData* CCallData::clone()
     if (pCopy == nullptr)
         return nullptr;
     const long lResult = cdsGuarded([&] {
-        // A clone is what the store keeps: it takes no more room than it needs.
+        // A clone is what the store keeps: its maps take no more room than they need.
         pCopy->m_mapProperties.reserve(m_mapProperties.size());
         pCopy->m_mapLogEntries.reserve(m_mapLogEntries.size());
         bool bFound = false;
@@ -67,37 +84,82 @@ CCallData* CCallData::clone()
     return lResult < 0 ? nullptr : pCopy.release();
 }
 
+/// Takes the other's properties, as setProperty would one by one, in time linear in both records.
 long CCallData::mergeProperties(const CCallData& from, bool* pbChanged)
 {
-    for (const auto& pBlob : from.m_mapProperties)
+    CPropertyMap::CItems vecNew;
+    long lResult = 0;
+    for (auto it = from.m_mapProperties.begin(); lResult >= 0 && it != from.m_mapProperties.end(); ++it)
     {
-        bool bChanged = false;
-        const long lResult =
-            setProperty(pBlob->name(), pBlob->m_pData, pBlob->m_nLength, pBlob->timestamp(), false, &bChanged);
-        *pbChanged = *pbChanged || bChanged;
-        if (lResult < 0)
-            return lResult;
+        const CCDSBlob& blob = **it;
+        m_dwSetPropertiesCount.fetch_add(1, std::memory_order_relaxed);
+        lResult = makingBlob([&] {
+            if (it == from.m_mapProperties.begin())
+                makeRoom(&m_mapProperties, from.m_mapProperties, &vecNew);
+            takeProperty(blob.name(), blob.m_pData, blob.m_nLength, blob.timestamp(), &vecNew, pbChanged);
+        });
     }
-    return 0;
+    m_mapProperties.mergeIn(std::move(vecNew)); // also after a failure: what was taken until then stays
+    return lResult;
 }
 
+/// Takes the other's log entries, as appendLogEntry would one by one, in time linear in both records.
+///
 /// @return the result of the last entry, lPropertiesResult when there is none
 long CCallData::mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged)
 {
+    CLogMap::CItems vecNewLogs;
     long lResult = lPropertiesResult;
-    for (const auto& pLog : from.m_mapLogEntries)
-        for (const auto& pBlob : pLog->m_mapEntries)
+    bool bFailed = false;
+    for (auto it = from.m_mapLogEntries.begin(); !bFailed && it != from.m_mapLogEntries.end(); ++it)
+    {
+        if ((*it)->m_mapEntries.empty())
+            continue;
+        lResult = mergeLog(from, **it, &vecNewLogs, pbChanged);
+        bFailed = lResult < 0;
+    }
+    m_mapLogEntries.mergeIn(std::move(vecNewLogs)); // also after a failure: what was taken until then stays
+    if (bFailed)
+        CCDSLogging::logError("CCallData::merge: Error(0x%08X) appendlogEntry", cdsCode(lResult));
+    return lResult;
+}
+
+/// Takes the entries of one of the other's logs.
+///
+/// @param pvecNewLogs  takes the log, when this record lacks it
+long CCallData::mergeLog(const CCallData& from, const CLogEntries& fromLog, CLogMap::CItems* pvecNewLogs,
+                         bool* pbChanged)
+{
+    const auto itFirst = fromLog.m_mapEntries.begin();
+    CLogEntries* pLog = m_mapLogEntries.find(fromLog.name());
+    std::unique_ptr<CLogEntries> pNewLog;
+    CEntryMap::CItems vecLate;
+    const auto prepare = [&] {
+        if (pLog == nullptr)
         {
-            bool bChanged = false;
-            lResult =
-                appendLogEntry(pLog->name(), pBlob->m_pData, pBlob->m_nLength, pBlob->timestamp(), false, &bChanged);
-            *pbChanged = *pbChanged || bChanged;
-            if (lResult < 0)
-            {
-                CCDSLogging::logError("CCallData::merge: Error(0x%08X) appendlogEntry", cdsCode(lResult));
-                return lResult;
-            }
+            if (pvecNewLogs->capacity() == 0)
+                makeRoom(&m_mapLogEntries, from.m_mapLogEntries, pvecNewLogs);
+            pNewLog = std::make_unique<CLogEntries>(fromLog.name(), (*itFirst)->timestamp());
+            pLog = pNewLog.get();
         }
+        else if (pLog->m_mapEntries.lowerBound((*itFirst)->timestamp()) != pLog->m_mapEntries.end())
+            makeRoom(&pLog->m_mapEntries, fromLog.m_mapEntries, &vecLate);
+    };
+    long lResult = 0;
+    for (auto it = itFirst; lResult >= 0 && it != fromLog.m_mapEntries.end(); ++it)
+    {
+        const CCDSBlob& blob = **it;
+        m_dwAppendLogEntriesCount.fetch_add(1, std::memory_order_relaxed);
+        lResult = makingBlob([&] {
+            if (it == itFirst)
+                prepare();
+            takeEntry(*pLog, blob.m_pData, blob.m_nLength, blob.timestamp(), &vecLate, pbChanged);
+        });
+    }
+    if (pLog != nullptr) // null when there was no memory for it
+        pLog->m_mapEntries.mergeIn(std::move(vecLate));
+    if (pNewLog != nullptr && !pNewLog->m_mapEntries.empty())
+        pvecNewLogs->push_back(std::move(pNewLog));
     return lResult;
 }
 

@@ -50,19 +50,19 @@ void CCallData::trace(const char* pszTitle)
         int nLength = 0;
         CCDSTimestamp tsStamp(0, 0);
         int nIndex = 0;
-        for (int i = 0; getProperty(&nIndex, &sName, &pData, &nLength, tsAll, &tsStamp) >= 0; i = nIndex)
+        while (getProperty(&nIndex, &sName, &pData, &nLength, tsAll, &tsStamp) >= 0)
         {
             CCDSLogging::hexascii(pData, nLength, szValue, sizeof szValue);
-            CCDSLogging::logAlways("\t: prop=%d,name=%s,ts=%s,val=%s", i, sName.c_str(), tsStamp.toString().c_str(),
-                                   szValue);
+            CCDSLogging::logAlways("\t: prop=%d,name=%s,ts=%s,val=%s", nIndex - 1, sName.c_str(),
+                                   tsStamp.toString().c_str(), szValue);
         }
         for (int nLog = 0; getLogName(nLog, &sName) >= 0; ++nLog)
         {
             nIndex = 0;
-            for (int i = 0; getLogEntry(sName, &nIndex, &pData, &nLength, tsAll, &tsStamp) >= 0; i = nIndex)
+            while (getLogEntry(sName, &nIndex, &pData, &nLength, tsAll, &tsStamp) >= 0)
             {
                 CCDSLogging::hexascii(pData, nLength, szValue, sizeof szValue);
-                CCDSLogging::logAlways("\t: log (%d.%d),name=%s,ts=%s,val=%s", nLog, i, sName.c_str(),
+                CCDSLogging::logAlways("\t: log (%d.%d),name=%s,ts=%s,val=%s", nLog, nIndex - 1, sName.c_str(),
                                        tsStamp.toString().c_str(), szValue);
             }
         }

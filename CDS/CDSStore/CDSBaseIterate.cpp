@@ -11,20 +11,21 @@ CCallData::CCursors& CCallData::cursors()
 
 long CCallData::nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, int* pIndex, unsigned char** ppData,
                                int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts,
-                               const CCDSBlob** ppBlob) const
+                               std::string* psName) const
 {
     const int nSize = static_cast<int>(vecSnapshot.size());
     while (*pIndex < nSize && vecSnapshot[static_cast<std::size_t>(*pIndex)]->timestamp() < tsSince)
         ++*pIndex;
     if (*pIndex >= nSize)
         return E_CDS_NOTFOUND;
-    const CCDSBlob* const pBlob = vecSnapshot[static_cast<std::size_t>((*pIndex)++)];
+    const CCDSBlob* const pBlob = vecSnapshot[static_cast<std::size_t>(*pIndex)];
+    if (psName != nullptr)
+        *psName = pBlob->name(); // what may fail comes first, so that nothing is skipped then
+    ++*pIndex;
     *ppData = pBlob->data();
     *pLength = pBlob->length();
     if (pts != nullptr)
         pts->set(pBlob->timestamp());
-    if (ppBlob != nullptr)
-        *ppBlob = pBlob;
     return 0;
 }
 
@@ -38,17 +39,14 @@ long CCallData::getProperty(int* pIndex, std::string* psName, unsigned char** pp
         CCursors& all = cursors();
         if (*pIndex == 0)
         {
-            all.m_vecPropertyCursor.clear();
-            all.m_vecReplaced.clear();
-            all.m_vecPropertyCursor.reserve(m_mapProperties.size());
+            std::vector<const CCDSBlob*> vecSnapshot; // complete before it replaces the old one, here and below
+            vecSnapshot.reserve(m_mapProperties.size());
             for (const auto& pBlob : m_mapProperties)
-                all.m_vecPropertyCursor.push_back(pBlob.get());
+                vecSnapshot.push_back(pBlob.get());
+            all.m_vecPropertyCursor.swap(vecSnapshot);
+            all.m_vecReplaced.clear();
         }
-        const CCDSBlob* pBlob = nullptr;
-        const long lResult = nextOfSnapshot(all.m_vecPropertyCursor, pIndex, ppData, pLength, tsSince, pts, &pBlob);
-        if (lResult >= 0)
-            *psName = pBlob->name();
-        return lResult;
+        return nextOfSnapshot(all.m_vecPropertyCursor, pIndex, ppData, pLength, tsSince, pts, psName);
     });
 }
 
@@ -62,9 +60,10 @@ long CCallData::getLogEntry(std::string sName, int* pIndex, unsigned char** ppDa
         CCursors& all = cursors();
         if (*pIndex == 0 || sName != all.m_sLogEntryCursorName)
         {
-            all.m_vecLogEntryCursor.clear();
+            std::vector<const CCDSBlob*> vecSnapshot;
             if (const CLogEntries* const pLog = m_mapLogEntries.find(sName); pLog != nullptr)
-                takeEntries(*pLog, &all.m_vecLogEntryCursor);
+                takeEntries(*pLog, &vecSnapshot);
+            all.m_vecLogEntryCursor.swap(vecSnapshot);
             all.m_sLogEntryCursorName = std::move(sName);
         }
         return nextOfSnapshot(all.m_vecLogEntryCursor, pIndex, ppData, pLength, tsSince, pts, nullptr);
@@ -81,10 +80,11 @@ long CCallData::getLogEntryByPartialName(std::string sPartialName, int* pIndex, 
         CCursors& all = cursors();
         if (*pIndex == 0 || sPartialName != all.m_sLogEntryCursorName)
         {
-            all.m_vecLogEntryCursor.clear();
+            std::vector<const CCDSBlob*> vecSnapshot;
             for (auto it = m_mapLogEntries.lowerBound(sPartialName);
                  it != m_mapLogEntries.end() && (*it)->name().compare(0, sPartialName.size(), sPartialName) == 0; ++it)
-                takeEntries(**it, &all.m_vecLogEntryCursor);
+                takeEntries(**it, &vecSnapshot);
+            all.m_vecLogEntryCursor.swap(vecSnapshot);
             all.m_sLogEntryCursorName = std::move(sPartialName);
         }
         return nextOfSnapshot(all.m_vecLogEntryCursor, pIndex, ppData, pLength, tsSince, pts, nullptr);
@@ -93,7 +93,6 @@ long CCallData::getLogEntryByPartialName(std::string sPartialName, int* pIndex, 
 
 void CCallData::takeEntries(const CLogEntries& log, std::vector<const CCDSBlob*>* pvecSnapshot)
 {
-    pvecSnapshot->reserve(pvecSnapshot->size() + log.m_mapEntries.size());
     for (const auto& pEntry : log.m_mapEntries)
         pvecSnapshot->push_back(pEntry.get());
 }
@@ -105,9 +104,11 @@ long CCallData::getLogName(int nIndex, std::string* psName)
         CCursors& all = cursors();
         if (nIndex == 0)
         {
-            all.m_vecLogNameCursor.clear();
+            std::vector<std::string> vecSnapshot;
+            vecSnapshot.reserve(m_mapLogEntries.size());
             for (const auto& pLog : m_mapLogEntries)
-                all.m_vecLogNameCursor.push_back(pLog->name());
+                vecSnapshot.push_back(pLog->name());
+            all.m_vecLogNameCursor.swap(vecSnapshot);
         }
         if (nIndex < 0 || static_cast<std::size_t>(nIndex) >= all.m_vecLogNameCursor.size())
         {

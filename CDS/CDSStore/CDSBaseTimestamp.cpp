@@ -22,7 +22,7 @@ void CCDSTimestamp::getCurrent(CCDSTimestamp* ptsStamp)
     // Shared by all threads without lock or atomic operation: two threads may take the same stamp within one clock
     // tick. The store tells stamps apart by record and name, and taking one stays as cheap as reading the clock.
     static unsigned long long ullPrevFileTime = 0;
-    static std::uint32_t lIncrement = 0; // unsigned so that it wraps
+    static std::int32_t lIncrement = 0;
 
     unsigned long long ullNow = 0;
     CPortable::GetCurrentULLFileTimeUTC(&ullNow);
@@ -32,9 +32,9 @@ void CCDSTimestamp::getCurrent(CCDSTimestamp* ptsStamp)
         lIncrement = 0;
     }
     else
-        ++lIncrement;
+        lIncrement = static_cast<std::int32_t>(static_cast<std::uint32_t>(lIncrement) + 1U); // wraps
     ptsStamp->m_ullValue = ullNow;
-    ptsStamp->m_lIncrement = static_cast<std::int32_t>(lIncrement);
+    ptsStamp->m_lIncrement = lIncrement;
 }
 
 std::string CCDSTimestamp::toString() const

@@ -174,7 +174,7 @@ void CCDSLogging::CDSDbgOut(unsigned long ulLevel, const wchar_t* pszFormat, ...
 void CCDSLogging::logHRESULT(long hr, const char* pszFormat, ...) noexcept
 {
     const long lResult = cdsResult(static_cast<unsigned long>(hr));
-    if (lResult >= 0)
+    if (lResult >= 0 || pszFormat == nullptr)
         return;
     char szText[256] = "";
     char szLine[512] = "";

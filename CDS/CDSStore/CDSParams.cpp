@@ -9,6 +9,7 @@
 #include "CPortable.h"
 
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 namespace {
@@ -98,8 +99,10 @@ void CParamsX::beginElement(std::size_t uSize)
     m_sParamList += ';';
 }
 
-long CParamsX::addParam(const std::string& sParam, float /*dummy*/)
+long CParamsX::addParam(const std::string& sParam, float dummy)
 {
+    if (&sParam == &m_sParamList) // the list's own text, which changes as the element begins
+        return addParam(std::string(sParam), dummy);
     logAdding();
     if (isTooLong(sParam.size()))
         return E_FAIL;
@@ -165,10 +168,12 @@ void CParamsX::addHeader(std::string sHeader)
 
 void CParamsX::append(const std::string& sParams)
 {
+    const std::size_t uAppended = sParams.size(); // before the semicolon, which lengthens the list's own text
+    m_sParamList.reserve(m_sParamList.size() + 1 + uAppended);
     if (!m_vecParamStarts.empty())
         m_sParamList += ';';
     const std::size_t uBegin = m_sParamList.size();
-    m_sParamList += sParams;
+    m_sParamList.append(sParams, 0, uAppended);
     walkFrom(static_cast<long>(uBegin));
 }
 

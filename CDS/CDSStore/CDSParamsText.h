@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -47,7 +46,7 @@ unsigned char* cdsReadBytes(std::string_view text, int* pnSize) noexcept;
 template <int nElements> class CParamsHead
 {
 public:
-    explicit CParamsHead(std::string_view text) : m_text(text)
+    explicit CParamsHead(std::string_view text)
     {
         const auto llSize = static_cast<std::int64_t>(text.size());
         for (auto llPos = static_cast<std::int64_t>(cdsHeaderLength(text)); llPos < llSize;)
@@ -66,7 +65,6 @@ public:
     std::int32_t longAt(int nIndex) const noexcept { return cdsReadLong(at(nIndex)); }
 
 private:
-    std::string_view m_text;
     std::array<std::string_view, nElements> m_aElements;
     int m_nCount = 0;
 };

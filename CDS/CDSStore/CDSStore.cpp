@@ -42,9 +42,10 @@ CCDSAPI::~CCDSAPI()
     m_pcritsec.reset();
     m_pTimingThread.reset();
     m_pTimingEvent.reset();
-    if (g_pCDSNetProxy == m_pNetProxy.get())
-        g_pCDSNetProxy = nullptr;
+    const bool bOwnProxy = g_pCDSNetProxy == m_pNetProxy.get();
     m_pNetProxy.reset();
+    if (bOwnProxy)
+        g_pCDSNetProxy = nullptr;
     m_pTables->freeCallData(); // what came after a Finalize; records trace their end, so they end before the log
     finalizeLogger();
 }

@@ -66,7 +66,7 @@ long CCDSAPI::updateLocked(const std::string& sRegID, CCallData* pData, bool bCh
 ///
 /// @param ppDiff  out: what is new: a record of its own that the caller deletes, the stored record itself when all of
 ///                it is, or null
-/// @return the stored record; null when it could not be made
+/// @return the stored record; null when it, or the difference, could not be made: nothing has changed then
 CCallData* CCDSAPI::insertCallData(const std::string& sCallID, CCallData* pData, bool* pbChanged, CCallData** ppDiff)
 {
     const CSlowWarning slow("insertCallData");
@@ -95,7 +95,8 @@ CCallData* CCDSAPI::changeCallData(CCallData* pCurrent, CCallData* pData, bool* 
         pCurrent->trace("insert, cur");
     }
     CCallData* pDiff = nullptr;
-    (void)pData->filter(pCurrent, &pDiff); // before the merge: against the record as it was; a failure leaves null
+    if (pData->filter(pCurrent, &pDiff) < 0) // before the merge: against the record as it was
+        return nullptr; // merged but not told, the change would be lost to the registrants for good
     std::unique_ptr<CCallData> pOwnDiff(pDiff);
     if (bTrace)
         pCurrent->trace("insert, after filter");

@@ -54,20 +54,24 @@ protected:
 /// The store keeps one record per call. An update is merged into it, and the difference goes to every registrant of
 /// the call and of call ID "*" whose event asks for it. When the last registrant of a call leaves, its data is kept
 /// for 30 seconds (a new registrant takes it up again) and then dropped, at the latest 10 seconds later; registrants
-/// of "*" get it a last time, with event "EOC", if the call belonged to this server.
+/// of "*" get it a last time, the event being "EOC", if the call belonged to this server. A message does not name the
+/// event: who registers for "EOC" alone knows what he gets.
 ///
-/// Threads    every operation may be called from any thread. A registrant's callback runs on the thread whose call
+/// Threads    every operation may be called from any thread, but Initialize, Finalize and the destructor by one at a
+///            time. A registrant's callback runs on the thread whose call
 ///            caused it (the timing thread for "EOC"), with the store locked: it must not call Register, Unregister,
 ///            Update, GetCallData or Finalize, nor wait for a thread that does.
 /// Ownership  the store never keeps a record that it is handed. The record that a callback gets is the store's own or
 ///            one made for this delivery: read it until the callback returns, copy what is to be kept.
-/// Errors     results are 0 or a negative code of CDSResults.h. Only the constructor throws (std::bad_alloc).
-///            A callback that throws on a host thread ends the operation, whose caller gets the exception.
+/// Errors     results are 0 or a negative code of CDSResults.h. The constructor and createGUID throw std::bad_alloc.
+///            A callback that throws on a host thread ends the operation, whose caller gets the exception; of
+///            std::bad_alloc and KRException it gets the result code. What was done until then stays done: a
+///            registration stands, data is merged.
 class CDS_API CCDSAPI final : public CBaseCDSAPI
 {
 public:
-    /// Makes the store; starts no thread. When a part of it cannot be made this is written to the trace log and every
-    /// later operation returns E_CDS_OUTOFMEMORY.
+    /// Makes the store; starts no thread. When its lock or event cannot be made this is written to the trace log, and
+    /// Initialize, Register, Unregister, Update and GetCallData return E_CDS_OUTOFMEMORY.
     CCDSAPI();
 
     /// Stops whatever still runs and frees everything. Ends trace logging.
@@ -79,7 +83,8 @@ public:
     ///
     /// @param sServerIP  this server's own address, as registrants name it
     /// @param ulNumber   written to the trace log, nothing else
-    /// @return 0, also when the exchange with peers could not start; E_FAIL when the timing thread could not
+    /// @return 0, also when the exchange with peers could not start; E_FAIL when the timing thread could not;
+    ///         E_CDS_OUTOFMEMORY
     long Initialize(const std::string& sServerIP, unsigned long ulNumber) override;
 
     /// Stops the store and frees the calls' data. Registrations stay. Must not run on a thread of the store, nor in a
@@ -92,18 +97,23 @@ public:
     ///
     /// @param ulReqHandle  handed back in every message, unchanged
     /// @param sRegID       unique name of the registration
-    /// @param sIP          address of the server that holds the call's data
+    /// @param sIP          address of the server that holds the call's data, compared with this server's as text
     /// @param sCallID      the call, or "*" for every call
     /// @param sEvent       "*": changes, and the data there is at once; "@": changes, and every registration and
     ///                     unregistration in the store; "EOC": the last delivery of a call; any other: no changes
     /// @param pfnCallback  may be null; its result is only logged
     /// @param ulTraceID    names the registrant in trace lines, 32 bits
-    /// @return 0, E_CDS_EXISTS when the ID is registered already, E_CDS_OUTOFMEMORY
+    /// @return 0; E_CDS_EXISTS when the ID is registered already; E_CDS_OUTOFMEMORY: then the registration may stand
+    /// all
+    ///         the same, when a notice or the first data could not be sent, and a repeat gets E_CDS_EXISTS
     long Register(unsigned long ulReqHandle, const std::string& sRegID, const std::string& sIP,
                   const std::string& sCallID, const std::string& sEvent, long (*pfnCallback)(CCallbackMsg*),
                   unsigned long ulTraceID) override;
 
-    /// @return 0, or E_CDS_NOTFOUND; afterwards the callback is not called any more
+    /// Afterwards the callback is not called any more.
+    ///
+    /// @return 0; E_CDS_NOTFOUND; E_CDS_OUTOFMEMORY: the registration is gone when only a notice could not be sent,
+    ///         else it stands
     long Unregister(const std::string& sRegID) override;
 
     /// Merges data into the record of the call that the data names, and delivers what changed.
@@ -112,7 +122,8 @@ public:
     /// @param pData              stays the caller's; the caller keeps it still during the call
     /// @param bCheckRegistrants  true: refuse data that nobody but the updater is registered for by its call ID
     /// @return 0; E_CDS_NULLDATA; E_CDS_NOTFOUND when the updater is unknown or nobody is registered;
-    ///         E_CDS_OUTOFMEMORY
+    ///         E_CDS_OUTOFMEMORY, when the data could not be taken in, or a message not be made: then it is merged, and
+    ///         the registrants from there on have not been told
     long Update(const std::string& sRegID, CCallData* pData, bool bCheckRegistrants) override;
 
     /// Delivers the whole data of a call to one registrant, whatever it is registered for.
@@ -121,7 +132,8 @@ public:
     long GetCallData(const std::string& sRegID, const std::string& sCallID);
 
     // Times, of the owner of a call or of a named server when a time-query callback is set, else of this machine. They
-    // take no lock of the store. A query that fails gives 0, or leaves the stamp as it was.
+    // take no lock of the store. A query that fails gives 0, or leaves the stamp as it was. A server is named by its
+    // IPv4 address, first byte highest.
 
     /// UTC file time.
     unsigned long long GetCallIDTimestamp(const std::string& sCallID) override;

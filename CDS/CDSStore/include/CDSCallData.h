@@ -5,7 +5,9 @@
 #include "CDSNames.h"
 #include "CDSTimestamp.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -34,8 +36,9 @@ class CPCritSec;
 /// Ownership  values are copied in. Pointers to bytes that are handed out point into the record and are valid until
 ///            that value is replaced, or the record cleared or deleted. A record made with an owner may be used in its
 ///            three-argument writers only while that store lives.
-/// Errors     results are 0 or a negative code; nothing throws but the constructors (std::bad_alloc, KRException) and
-///            deserialize.
+/// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is copied. The constructors throw
+///            std::bad_alloc and KRException, deserialize the parse failure, the dumps and a blob's own operations
+///            std::bad_alloc. Pointers to what is filled in are not null, unless said so.
 /// Limits     a value of more than about 499,000 bytes can be held but not serialized: its element is left out of the
 ///            text with an error line in the trace log.
 class CDS_API CCallData : public CCallbackData
@@ -81,6 +84,7 @@ public:
         /// Replaces name, value and stamp from the text form.
         ///
         /// @return 0
+        /// @throws unsigned long  the code of E_FAIL, when the text is malformed
         long deserialize(const std::string& sText);
 
         /// "nameCALLERID, val 415.": at most 32 bytes, unprintable ones as dots. There is no blank after "name".
@@ -189,6 +193,7 @@ public:
 
     /// @return 0 when the log has an entry with exactly this stamp, else E_CDS_NOTFOUND
     long getLogEntryExists(const std::string& sName, const CCDSTimestamp& tsStamp) const;
+    /// @return number of entries; 0 when there is no such log
     long getLogEntryCount(std::string sName) const;
     long getLogNameCount() const;
 
@@ -229,7 +234,9 @@ public:
     /// Reads the text form into this record. Takes no lock: the caller keeps the record to itself.
     ///
     /// @return 0, or E_CDS_OUTOFMEMORY: what was read until then stays
-    /// @throws unsigned long  the code of E_FAIL, when the text is malformed; what was read until then stays
+    /// @throws unsigned long  the code of E_FAIL, when the text is malformed; what was read whole until then stays, a
+    /// log
+    ///                        with all its entries
     long deserialize(const std::string& sText) override;
 
     /// Writes the text form: call ID, properties, logs; nothing of the owner, the creation time or the counters. Takes
@@ -295,6 +302,22 @@ private:
             m_vecItems[static_cast<std::size_t>(it - m_vecItems.begin())].swap(pValue);
             return pValue;
         }
+        void growForOne()
+        {
+            if (m_vecItems.size() == m_vecItems.capacity())
+                m_vecItems.reserve(2 * m_vecItems.size() + 1);
+        }
+        /// Takes in items whose keys it lacks, themselves in key order, in time linear in both. Has been given room.
+        void mergeIn(CItems vecNew) noexcept
+        {
+            const auto nHeld = static_cast<std::ptrdiff_t>(m_vecItems.size());
+            for (auto& pValue : vecNew)
+                m_vecItems.push_back(std::move(pValue));
+            const auto less = [](const auto& pLeft, const auto& pRight) { return keyOf(*pLeft) < keyOf(*pRight); };
+            if (nHeld > 0 && !vecNew.empty() &&
+                less(m_vecItems[static_cast<std::size_t>(nHeld)], m_vecItems[static_cast<std::size_t>(nHeld) - 1]))
+                std::inplace_merge(m_vecItems.begin(), m_vecItems.begin() + nHeld, m_vecItems.end(), less);
+        }
         void clear() noexcept { CItems().swap(m_vecItems); }
         void reserve(std::size_t uCount) { m_vecItems.reserve(uCount); }
         std::size_t size() const noexcept { return m_vecItems.size(); }
@@ -324,12 +347,17 @@ public:
 
 private:
     using CPropertyMap = CSortedMap<CCDSBlob, &CCDSBlob::name>;
+    using CEntryMap = CSortedMap<CCDSBlob, &CCDSBlob::timestamp>;
     using CLogMap = CSortedMap<CLogEntries, &CLogEntries::name>;
     friend class CCDSAPI; // finds stored records by their call ID
 
     long ownStamp(CCDSTimestamp* ptsStamp) const;
     template <class TOperation> static long makingBlob(TOperation operation);
     void replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob);
+    void takeProperty(const std::string& sName, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
+                      CPropertyMap::CItems* pvecNew, bool* pbChanged);
+    void takeEntry(CLogEntries& log, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
+                   CEntryMap::CItems* pvecLate, bool* pbChanged);
     void makeRoomToRetire();
     void retire(std::unique_ptr<CCDSBlob> pReplaced);
     void addSize(long lDifference) noexcept;
@@ -337,6 +365,7 @@ private:
     long copyNewInto(CCallData& target, CCallData* pOther, bool* pbFound) const;
     long mergeProperties(const CCallData& from, bool* pbChanged);
     long mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged);
+    long mergeLog(const CCallData& from, const CLogEntries& fromLog, CLogMap::CItems* pvecNewLogs, bool* pbChanged);
 
     std::int64_t readProperties(const CParamsX& list);
     void readLogs(const CParamsX& list, std::int64_t llPosition);
@@ -346,7 +375,7 @@ private:
     CCursors& cursors();
     static void takeEntries(const CLogEntries& log, std::vector<const CCDSBlob*>* pvecSnapshot);
     long nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, int* pIndex, unsigned char** ppData,
-                        int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts, const CCDSBlob** ppBlob) const;
+                        int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts, std::string* psName) const;
 
     std::string m_sCallID;
     CBaseCDSAPI* m_pOwner;

@@ -11,7 +11,8 @@
 ///
 /// Threads    none of these classes locks by itself (CCallData does); a message and its payload are used by one thread
 ///            at a time.
-/// Errors     operations that copy texts throw std::bad_alloc, unless they return results of which one says so.
+/// Errors     operations that copy texts throw std::bad_alloc, those that make a CCallData from text also KRException;
+///            clone and CCallbackMsg::serialize report want of memory instead.
 class CDS_API CCallbackData
 {
 public:

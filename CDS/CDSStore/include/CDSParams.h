@@ -76,7 +76,7 @@ public:
     void addResult(long hr);
 
     /// Replaces the whole text by the header and a semicolon; nothing for an empty header. Meant for an empty list:
-    /// positions already recorded stay.
+    /// positions already recorded stay, and reading those elements may throw the parse failure.
     ///
     /// @param sHeader  begins with no digit and holds no semicolon
     void addHeader(std::string sHeader);
