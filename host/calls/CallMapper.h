@@ -38,7 +38,8 @@ struct CCallMapperSettings
 /// and "transferred", "forward" and "forwarded"; the former stands in the newer record. A call that is forwarded
 /// without a new Call-ID is a "forward" without other record.
 ///
-/// Bounded: calls, and in each the attempts, branches, tags, remembered messages and values.
+/// Bounded: calls, and in each the attempts, branches, tags, remembered messages and values. A call takes a few
+/// kilobytes, and some two hundred when everything in it is as long and as many as it may be.
 ///
 /// Threads  one thread.
 /// Units    microseconds since 1970, of the capture; its clock alone moves the time-outs.
@@ -47,9 +48,9 @@ class CCallMapper
 public:
     /// How long the repeats of an ended call's messages go on.
     static constexpr std::int64_t cLingerMicros = 32'000'000;
-    static constexpr std::size_t cMaxAttempts = 32;
-    static constexpr std::size_t cMaxBranches = 64;
-    static constexpr std::size_t cMaxTags = 64;
+    static constexpr std::size_t cMaxAttempts = 16;
+    static constexpr std::size_t cMaxBranches = 64; ///< of all attempts
+    static constexpr std::size_t cMaxTags = 32;
     static constexpr std::size_t cMaxEvents = 1000;
     static constexpr std::size_t cMaxValue = 1024; ///< bytes of text
 
@@ -95,6 +96,7 @@ private:
     // Setting up, in CallMapperInvite.cpp.
     void describeParties(CTrackedCall& call, const CContext& context);
     void onInvite(CTrackedCall& call, const CContext& context);
+    CInviteBranch* findBranch(CTrackedCall& call, CInviteAttempt& attempt, const std::string& sBranch);
     void route(CTrackedCall& call, const CContext& context, const std::string& sTarget, const CEndpoint& where,
                const std::string& sCode);
     void noteForwarding(CTrackedCall& call, const CContext& context);

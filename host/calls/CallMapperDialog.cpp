@@ -43,17 +43,17 @@ void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
 void CCallMapper::onBranchFinal(CTrackedCall& call, const CContext& context, CInviteAttempt& attempt)
 {
     const CSipMessage& response = context.message;
-    if (attempt.mapBranches.size() >= cMaxBranches && !attempt.mapBranches.contains(response.sBranch))
+    CInviteBranch* const pBranch = findBranch(call, attempt, response.sBranch);
+    if (pBranch == nullptr || pBranch->nFinal != 0)
         return;
-    CInviteBranch& branch = attempt.mapBranches[response.sBranch];
-    if (branch.nFinal != 0)
-        return;
-    branch.nFinal = response.nCode;
+    pBranch->nFinal = response.nCode;
+    constexpr std::size_t cMaxContacts = 8;
     if (response.nCode >= 300 && response.nCode < 400)
         for (const CSipAddress& contact : response.vecContacts)
-            branch.vecContacts.push_back(contact.uri.sText);
-    if (branch.bRequestSeen)
-        routeFinal(call, context, branch);
+            if (pBranch->vecContacts.size() < cMaxContacts)
+                pBranch->vecContacts.push_back(contact.uri.sText);
+    if (pBranch->bRequestSeen)
+        routeFinal(call, context, *pBranch);
 }
 
 void CCallMapper::routeFinal(CTrackedCall& call, const CContext& context, const CInviteBranch& branch)

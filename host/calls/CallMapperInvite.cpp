@@ -71,16 +71,28 @@ void CCallMapper::onInvite(CTrackedCall& call, const CContext& context)
         call.setDialogTags.insert(call.sOriginTag);
     noteForwarding(call, context);
     route(call, context, invite.requestUri.sText, context.destination, "-");
-    if (attempt.mapBranches.size() >= cMaxBranches && !attempt.mapBranches.contains(invite.sBranch))
+    CInviteBranch* const pBranch = findBranch(call, attempt, invite.sBranch);
+    if (pBranch == nullptr || pBranch->bRequestSeen)
         return;
-    CInviteBranch& branch = attempt.mapBranches[invite.sBranch];
-    if (branch.bRequestSeen)
-        return;
-    branch.bRequestSeen = true;
-    branch.sTarget = invite.requestUri.sText;
-    branch.destination = context.destination;
-    if (branch.nFinal != 0)
-        routeFinal(call, context, branch);
+    pBranch->bRequestSeen = true;
+    pBranch->sTarget = invite.requestUri.sText;
+    pBranch->destination = context.destination;
+    if (pBranch->nFinal != 0)
+        routeFinal(call, context, *pBranch);
+}
+
+/// Finds a hop, or begins it; null when the call has too many.
+CInviteBranch* CCallMapper::findBranch(CTrackedCall& call, CInviteAttempt& attempt, const std::string& sBranch)
+{
+    if (const auto it = attempt.mapBranches.find(sBranch); it != attempt.mapBranches.end())
+        return &it->second;
+    if (call.uBranches >= cMaxBranches)
+    {
+        m_counts.warn("a call has too many branches: some are left out");
+        return nullptr;
+    }
+    ++call.uBranches;
+    return &attempt.mapBranches[sBranch];
 }
 
 void CCallMapper::route(CTrackedCall& call, const CContext& context, const std::string& sTarget, const CEndpoint& where,

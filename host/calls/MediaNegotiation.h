@@ -20,7 +20,7 @@
 class CMediaNegotiation
 {
 public:
-    static constexpr std::size_t cMaxExchanges = 16;
+    static constexpr std::size_t cMaxExchanges = 8;
 
     /// Takes a message of the call's dialog that is no repeat.
     ///

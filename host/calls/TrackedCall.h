@@ -86,4 +86,5 @@ struct CTrackedCall
     std::map<std::string, CCDSTimestamp> mapStamps; // property or log -> its latest stamp
     std::vector<CCallChange> vecChanges;            // of the message at hand
     std::size_t uEvents = 0;                        // values emitted so far
+    std::size_t uBranches = 0;                      // of all attempts
 };

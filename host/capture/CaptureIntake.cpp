@@ -49,7 +49,10 @@ void CCaptureIntake::add(const CCapturedPacket& packet)
     CBytes ip;
     if (const char* pszWhy = findIpPacket(packet.nLinkType, packet.bytes, &ip))
     {
-        pszWhy == cNotIp ? m_counts.ignore(pszWhy) : m_counts.refuse(pszWhy);
+        if (pszWhy == cNotIp)
+            m_counts.ignore(pszWhy);
+        else
+            m_counts.refuse(pszWhy);
         return;
     }
     const std::int64_t llMicros = m_clock.believe(packet.llSeconds, packet.llMicros);

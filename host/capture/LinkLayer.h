@@ -11,4 +11,6 @@
 [[nodiscard]] const char* findIpPacket(int nLinkType, CBytes frame, CBytes* pIp);
 
 /// What findIpPacket returns for ARP and its like.
-inline constexpr const char* cNotIp = "not IP";
+///
+/// An array, so that it has one address in the whole program: callers compare with it.
+inline constexpr char cNotIp[] = "not IP";

@@ -20,7 +20,7 @@ struct CCapturedMessage
 /// Brings messages of several capturing processes into the order of their time stamps: each process sends what it saw
 /// when it gets to it. Messages of the same microsecond keep their order.
 ///
-/// Bounded: holds a second of messages, and not more than cMaxHeld.
+/// Bounded: holds a second of messages, and not more than cMaxHeld of them nor cMaxHeldBytes.
 ///
 /// Threads  one thread.
 class CMessageReorder
@@ -28,6 +28,7 @@ class CMessageReorder
 public:
     static constexpr std::int64_t cHoldMicros = 1'000'000;
     static constexpr std::size_t cMaxHeld = 4096;
+    static constexpr std::size_t cMaxHeldBytes = std::size_t{16} << 20;
 
     explicit CMessageReorder(std::function<void(CCapturedMessage&&)> fnMessage) : m_fnMessage(std::move(fnMessage)) {}
 
@@ -40,4 +41,5 @@ private:
 
     std::function<void(CCapturedMessage&&)> m_fnMessage;
     std::multimap<std::int64_t, CCapturedMessage> m_mmapHeld; // time -> message
+    std::size_t m_uHeldBytes = 0;
 };

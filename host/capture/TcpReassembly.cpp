@@ -72,6 +72,7 @@ CTcpReassembly::CStreams::iterator CTcpReassembly::find(const CEndpoint& source,
     if (m_lstStreams.size() >= cMaxStreams)
     {
         m_counts.warn("too many TCP streams: one was given up");
+        m_uWaitingBytes -= m_lstStreams.front().uWaitingBytes;
         m_mapStreams.erase({m_lstStreams.front().source, m_lstStreams.front().destination});
         m_lstStreams.pop_front();
     }
@@ -118,10 +119,11 @@ void CTcpReassembly::wait(CStream& stream, const CSegment& segment, std::int64_t
     if (bytes.size() < segment.data.size())
     {
         stream.uWaitingBytes += segment.data.size() - bytes.size();
+        m_uWaitingBytes += segment.data.size() - bytes.size();
         bytes.assign(segment.data.begin(), segment.data.end());
     }
-    if (stream.uWaitingBytes > cMaxWaitingBytes || stream.mapWaiting.size() > cMaxWaitingSegments ||
-        llMicros - stream.llGapSince > cGapMicros)
+    if (stream.uWaitingBytes > cMaxWaitingBytes || m_uWaitingBytes > cMaxWaitingInAll ||
+        stream.mapWaiting.size() > cMaxWaitingSegments || llMicros - stream.llGapSince > cGapMicros)
         skipGap(stream, llMicros);
 }
 
@@ -135,6 +137,7 @@ void CTcpReassembly::deliverWaiting(CStream& stream, std::int64_t llMicros)
             return;
         const std::vector<std::uint8_t> bytes = std::move(it->second);
         stream.uWaitingBytes -= bytes.size();
+        m_uWaitingBytes -= bytes.size();
         stream.mapWaiting.erase(it);
         const auto uOld = static_cast<std::size_t>(-static_cast<std::int64_t>(lAhead));
         if (uOld >= bytes.size())

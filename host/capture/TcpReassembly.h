@@ -47,8 +47,9 @@ protected:
 class CTcpReassembly
 {
 public:
-    static constexpr std::size_t cMaxStreams = 4096;
-    static constexpr std::size_t cMaxWaitingBytes = std::size_t{256} << 10;
+    static constexpr std::size_t cMaxStreams = 2048;
+    static constexpr std::size_t cMaxWaitingBytes = std::size_t{256} << 10; ///< of one stream
+    static constexpr std::size_t cMaxWaitingInAll = std::size_t{32} << 20;
     static constexpr std::size_t cMaxWaitingSegments = 256;
     static constexpr std::int64_t cGapMicros = 2'000'000;
 
@@ -93,6 +94,7 @@ private:
 
     CTcpStreamFactory& m_factory;
     CIntakeCounts& m_counts;
-    CStreams m_lstStreams; // the one that was silent longest first
+    std::size_t m_uWaitingBytes = 0; // of all streams
+    CStreams m_lstStreams;           // the one that was silent longest first
     std::map<std::pair<CEndpoint, CEndpoint>, CStreams::iterator> m_mapStreams;
 };

@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int cMaxCodecs = 32;
-constexpr std::size_t cMaxText = 128;
+constexpr int cMaxCodecs = 16;
+constexpr std::size_t cMaxText = 64;
 
 std::string textOf(const char* pszText)
 {

@@ -24,7 +24,7 @@ struct CSdpMedia
 
 /// Reads a session description.
 ///
-/// Bounded: cMaxSdpMedia media lines, 32 codecs each.
+/// Bounded: cMaxSdpMedia media lines, 16 codecs each.
 ///
 /// @return false when it is unreadable
 [[nodiscard]] bool parseSdp(const std::string& sSdp, std::vector<CSdpMedia>* pvecMedia);

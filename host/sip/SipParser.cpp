@@ -11,7 +11,8 @@ namespace {
 
 /// Longest Call-ID, longest URI: more is an attack on whoever stores it.
 constexpr std::size_t cMaxCallID = 512;
-constexpr std::size_t cMaxUri = 2048;
+constexpr std::size_t cMaxUri = 1024;
+constexpr std::size_t cMaxTag = 256; ///< tags and branches
 constexpr std::size_t cMaxAddresses = 32;
 
 std::string textOf(const char* pszText)
@@ -159,6 +160,8 @@ const char* parseCore(const CSipHead& head, CSipMessage* pMessage)
             return "SIP request whose CSeq is of another method";
         const std::string& sLine = head.startLine();
         const std::size_t uBegin = sLine.find(' ') + 1;
+        if (sLine.size() > cMaxUri)
+            return "SIP request target too long";
         pMessage->requestUri = convertUri(*pOsip->req_uri, trim(sLine.substr(uBegin, sLine.rfind(' ') - uBegin)));
     }
     osip_via_t* pVia = nullptr;
@@ -166,7 +169,7 @@ const char* parseCore(const CSipHead& head, CSipMessage* pMessage)
     if (osip_message_get_via(pOsip.get(), 0, &pVia) >= 0 && pVia != nullptr &&
         osip_via_param_get_byname(pVia, const_cast<char*>("branch"), &pBranch) == 0 && pBranch != nullptr)
         pMessage->sBranch = textOf(pBranch->gvalue);
-    return nullptr;
+    return pMessage->sBranch.size() > cMaxTag ? "SIP tag or branch too long" : nullptr;
 }
 
 const char* parseDialog(const CSipHead& head, CSipMessage* pMessage)
@@ -183,6 +186,8 @@ const char* parseDialog(const CSipHead& head, CSipMessage* pMessage)
     // Of two To fields the first counts. Without a usable one the request's target says who was called.
     if (const std::string* psTo = head.field("to"); psTo != nullptr)
         (void)parseAddress(*psTo, &pMessage->to);
+    if (pMessage->from.sTag.size() > cMaxTag || pMessage->to.sTag.size() > cMaxTag)
+        return "SIP tag or branch too long";
     return nullptr;
 }
 
