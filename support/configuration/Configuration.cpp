@@ -5,9 +5,9 @@
 #include "SupportResults.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 #include <sys/stat.h>
@@ -60,7 +60,7 @@ long CConfiguration::load(CSource* pSource, std::string* psError)
         pSource->sText.assign(std::istreambuf_iterator<char>(file), {});
     if (!file || file.bad())
     {
-        put(psError, pSource->sPath + ": " + std::strerror(errno != 0 ? errno : EIO));
+        put(psError, pSource->sPath + ": " + std::generic_category().message(errno != 0 ? errno : EIO));
         return pSource->signature.bExists ? E_SUPPORT_SYSTEM : E_SUPPORT_NOTFOUND;
     }
     try

@@ -8,6 +8,7 @@
 #include <cwchar>
 #include <memory>
 #include <new>
+#include <type_traits>
 
 namespace {
 bool isControl(unsigned char c) noexcept
@@ -68,7 +69,7 @@ std::string utf8Of(std::wstring_view sWide)
     const auto fnPut = [&sText](std::uint32_t dwByte) { sText.push_back(static_cast<char>(dwByte)); };
     for (const wchar_t cWide : sWide)
     {
-        auto dwPoint = static_cast<std::uint32_t>(cWide);
+        auto dwPoint = static_cast<std::uint32_t>(static_cast<std::make_unsigned_t<wchar_t>>(cWide));
         if (dwPoint > 0x10FFFFU || (dwPoint >= 0xD800U && dwPoint <= 0xDFFFU))
             dwPoint = 0xFFFDU;
         if (dwPoint < 0x80U)

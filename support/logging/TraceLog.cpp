@@ -121,6 +121,36 @@ void CTraceLog::follow()
     m_tpLooked = std::chrono::steady_clock::now();
 }
 
+namespace {
+
+/// Writing a log must not end the process: what memory or the system refuses is dropped.
+template <class TStep> void orDrop(TStep step) noexcept
+{
+    try
+    {
+        step();
+    }
+    catch (...) // there is no other log to tell
+    {
+    }
+}
+
+} // namespace
+
+void CTraceLog::store(const CLogQueue::CBatch& batch)
+{
+    {
+        const std::lock_guard lock(m_mtx);
+        if (m_optNewSettings)
+            m_settings = *m_optNewSettings;
+        m_optNewSettings.reset();
+    }
+    m_sink.apply(m_settings);
+    m_sink.write(batch);
+    if (batch.reopen())
+        m_bReopened.store(m_sink.reopen());
+}
+
 void CTraceLog::run()
 {
     (void)pthread_setname_np(pthread_self(), "CDSTraceLog"); // a name is a convenience
@@ -128,18 +158,9 @@ void CTraceLog::run()
     do
     {
         m_queue.collect(&batch, nextLook());
-        {
-            const std::lock_guard lock(m_mtx);
-            if (m_optNewSettings)
-                m_settings = *m_optNewSettings;
-            m_optNewSettings.reset();
-        }
-        m_sink.apply(m_settings);
-        m_sink.write(batch);
-        if (batch.reopen())
-            m_bReopened.store(m_sink.reopen());
-        m_queue.complete(batch);
-        follow();
+        orDrop([&] { store(batch); });
+        m_queue.complete(batch); // whatever became of its lines: others may wait for it
+        orDrop([&] { follow(); });
     }
     while (!batch.stop());
 }

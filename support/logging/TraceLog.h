@@ -36,6 +36,7 @@ public:
 
 private:
     void run();
+    void store(const CLogQueue::CBatch& batch);
     CLogQueue::CTimePoint nextLook() const;
     void follow();
 
