@@ -17,7 +17,7 @@
 struct CCallMapperSettings
 {
     /// An answered call is closed when it has no session timer and nothing was heard of it for so long.
-    std::int64_t llAnsweredIdleSeconds = 4 * 3600;
+    std::int64_t llAnsweredIdleSeconds = 4LL * 3600;
     /// A call that was not answered. Servers give up an INVITE after three minutes without news.
     std::int64_t llRingingIdleSeconds = 300;
     std::size_t uMaxCalls = 100'000;
