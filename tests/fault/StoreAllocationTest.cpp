@@ -427,6 +427,25 @@ TEST_P(StoreAllocationTest, DataThatCouldNotBeMergedIsNotDelivered)
     EXPECT_TRUE(bSeen) << "no merge was ever refused";
 }
 
+TEST_P(StoreAllocationTest, AChangeThatCouldNotBeStoredIsNotDelivered)
+{
+    // The entry is stored already, so that all the news is the property.
+    const CCDSTimestamp tsEntry = CNews::nextStamp();
+    std::optional<CNews> optLater;
+    sweep(
+        [&](CStoreStory& story) {
+            story.registers(cAnn, cCall);
+            story.updates(cAnn, CNews(cCall).sets("CALLERID", "alice").appends("CONNECT_ENTRY", "yes", tsEntry));
+            optLater.emplace(cCall).sets("CALLERID", "alicia").appends("CONNECT_ENTRY", "yes", tsEntry);
+        },
+        [&optLater](CStoreStory& story) { return story.updates(cAnn, *optLater); },
+        [](CStoreStory& story, long) {
+            const bool bDelivered = !story.hears().empty();
+            const bool bStored = whatThereIs(story, cCall) == std::vector{described(cCall, "alicia")};
+            EXPECT_TRUE(bStored || !bDelivered);
+        });
+}
+
 TEST_P(StoreAllocationTest, AskingDeliversOrFails)
 {
     sweep(
