@@ -108,6 +108,8 @@ void writeDeliveries(std::ostream& out, const CSessionResult& result)
     row("end of call only", result.ullEndDeliveries, result.ullEndChanges);
     if (!result.bWaited && result.ullEnded != 0)
         out << "  (last deliveries come 30 to 40 seconds after a call's end; they were not waited for)\n";
+    if (result.bWaited)
+        out << "  (the registrant of all calls gets the last deliveries too, each with the call's whole record)\n";
 }
 
 void writeSpeed(std::ostream& out, const CSessionResult& result)

@@ -350,6 +350,17 @@ TEST_F(ParamListWriteTest, AppendsAnotherListElementByElement)
         EXPECT_EQ(list.getStringParamAt(i + 1), other.getStringParamAt(i)) << i;
 }
 
+TEST_F(ParamListWriteTest, TakesItsOwnTextAsItWasBefore)
+{
+    CParamsX list(std::string("2;42;3;abc"));
+    EXPECT_THAT(list.addParam(list.paramListRef(), 3.14F), IsOk());
+    EXPECT_EQ(list.paramList(), "2;42;3;abc;10;2;42;3;abc");
+    CParamsX doubled(std::string("2;42;3;abc"));
+    doubled.append(doubled.paramListRef());
+    EXPECT_EQ(doubled.paramList(), "2;42;3;abc;2;42;3;abc");
+    EXPECT_EQ(doubled.count(), 4);
+}
+
 TEST_F(ParamListWriteTest, RefusesToAppendAMalformedSequence)
 {
     CParamsX list;
