@@ -11,5 +11,6 @@ target_compile_options(
               -Wconversion
               -Wformat=2
               -Woverloaded-virtual
+              $<$<CXX_COMPILER_ID:GNU>:-Wzero-as-null-pointer-constant>
               $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
               $<$<BOOL:${CDS_WERROR}>:-Werror>)

@@ -20,8 +20,7 @@ bool replayCapture(const std::string& sPath, CCallSink& sink, const CCallMapperS
     CCallMapper mapper(sink, pSummary->counts, settings);
     CCaptureIntake intake(pSummary->counts, [&](const CCapturedMessage& message) { mapper.onCaptured(message); });
     CCapturedPacket packet;
-    CCaptureReader::EResult eResult = CCaptureReader::EResult::packet;
-    while ((eResult = reader.next(&packet, &pSummary->sDamage)) == CCaptureReader::EResult::packet)
+    while (reader.next(&packet, &pSummary->sDamage) == CCaptureReader::EResult::packet)
         intake.add(packet);
     intake.flush();
     mapper.finish(bCloseOpen);

@@ -97,7 +97,8 @@ bool parseAddress(std::string_view sValue, CSipAddress* pAddress)
     pAddress->sName = parts.sName;
     pAddress->uri = convertUri(*pOsip->url, uriText(parts.sAddress));
     osip_generic_param_t* pTag = nullptr;
-    if (osip_from_get_tag(pOsip.get(), &pTag) == 0 && pTag != nullptr)
+    char szTag[] = "tag"; // the library's own macro takes a literal for a char*, which clang refuses
+    if (osip_from_param_get_byname(pOsip.get(), szTag, &pTag) == 0 && pTag != nullptr)
         pAddress->sTag = textOf(pTag->gvalue);
     osip_generic_param_t* pReason = nullptr;
     char szReason[] = "reason";
