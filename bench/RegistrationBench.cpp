@@ -106,7 +106,7 @@ void registerBatches(benchmark::State& state, bool bTimeRegistering)
         state.SetIterationTime(bTimeRegistering ? dRegistered - dStart : dEnd - dContinued);
     }
     CBenchStore::setTraceMask(0);
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * cBatch));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * std::int64_t{cBatch});
 }
 
 void BM_Registration_Register(benchmark::State& state)
@@ -189,7 +189,7 @@ void BM_Registration_Bare(benchmark::State& state)
         for (const CNames& names : batch)
             registrations.remove(names);
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * cBatch));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * std::int64_t{cBatch});
 }
 BENCHMARK(BM_Registration_Bare)
     ->Arg(1000)
