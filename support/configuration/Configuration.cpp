@@ -5,6 +5,7 @@
 #include "SupportResults.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -30,6 +31,9 @@ const toml::table* tableAt(const toml::table& root, const CConfiguration::CPath&
     }
     return pTable;
 }
+
+/// How often a value is written when others change the file at the same time.
+constexpr int cAttempts = 10;
 } // namespace
 
 CConfiguration& CConfiguration::get()
@@ -55,10 +59,18 @@ long CConfiguration::load(CSource* pSource, std::string* psError)
     if (pSource->sPath.empty() || (pSource->bMayBeMissing && !pSource->signature.bExists))
         return 0;
     errno = 0;
-    std::ifstream file(pSource->sPath, std::ios::binary);
-    if (file)
-        pSource->sText.assign(std::istreambuf_iterator<char>(file), {});
-    if (!file || file.bad())
+    bool bRead = false;
+    try
+    {
+        std::ifstream file(pSource->sPath, std::ios::binary);
+        if (file)
+            pSource->sText.assign(std::istreambuf_iterator<char>(file), {});
+        bRead = file && !file.bad();
+    }
+    catch (const std::ios_base::failure&) // a directory, or a disk that fails; errno says
+    {
+    }
+    if (!bRead)
     {
         put(psError, pSource->sPath + ": " + std::generic_category().message(errno != 0 ? errno : EIO));
         return pSource->signature.bExists ? E_SUPPORT_SYSTEM : E_SUPPORT_NOTFOUND;
@@ -91,7 +103,11 @@ long CConfiguration::takeOver(CSource source)
 long CConfiguration::setFile(const std::string& sPath, std::string* psError, bool bMayBeMissing)
 {
     CSource source;
-    source.sPath = sPath;
+    std::error_code error;
+    source.sPath =
+        sPath.empty() ? sPath : std::filesystem::absolute(sPath, error).string(); // wherever the process goes
+    if (error)
+        source.sPath = sPath;
     source.bMayBeMissing = bMayBeMissing;
     const long lResult = load(&source, psError);
     return lResult < 0 ? lResult : takeOver(std::move(source));
@@ -185,17 +201,30 @@ bool CConfiguration::isKey(const CPath& path) const
 long CConfiguration::set(const CPath& path, const std::string& sName, const CValue& value)
 {
     const std::lock_guard lock(m_mtx);
-    const long lResult = refreshLocked();
-    if (lResult < 0)
-        return lResult; // what is in a broken file is somebody's unfinished work: it is not written over
-    std::string sText = m_source.sText;
-    toml::table table = toml::parse(sText, m_source.sPath); // it has been read before; a copy would not know its places
-    if (!setInConfigurationText(&sText, &table, path, sName, value))
-        return E_SUPPORT_INVALID;
+    std::string sText;
+    toml::table table;
+    bool bOvertaken = true;
+    for (int nAttempt = 0; bOvertaken && nAttempt < cAttempts; ++nAttempt)
+    {
+        const long lResult = refreshLocked();
+        if (lResult < 0)
+            return lResult; // what is in a broken file is somebody's unfinished work: it is not written over
+        sText = m_source.sText;
+        table = toml::parse(sText, m_source.sPath); // it has been read before; a copy would not know its places
+        if (!setInConfigurationText(&sText, &table, path, sName, value))
+            return E_SUPPORT_INVALID;
+        bOvertaken = false;
+        const auto fnStillTheSame = [&] {
+            bOvertaken = signatureOf(m_source.sPath) != m_source.signature;
+            return !bOvertaken;
+        };
+        if (!m_source.sPath.empty() && !replaceFile(m_source.sPath, sText, fnStillTheSame) && !bOvertaken)
+            return E_SUPPORT_SYSTEM;
+    }
+    if (bOvertaken)
+        return E_SUPPORT_SYSTEM;
     if (!m_source.sPath.empty())
     {
-        if (!replaceFile(m_source.sPath, sText))
-            return E_SUPPORT_SYSTEM;
         const CSignature signature = signatureOf(m_source.sPath);
         if (m_lookedAt == m_source.signature)
             m_lookedAt = signature; // our own change is no news, unless there was some already

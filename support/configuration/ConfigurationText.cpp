@@ -91,6 +91,27 @@ std::optional<std::string> withLineInserted(const std::string& sText, const toml
     return sText.substr(0, uEnd + 1) + sLine + '\n' + sText.substr(uEnd + 1);
 }
 
+/// A name as it stands before the dot or the equals sign.
+std::string keyText(const std::string& sName)
+{
+    const std::string sLine = written(toml::table{{sName, 0}});
+    return sLine.substr(0, sLine.rfind(" = "));
+}
+
+/// The text with "name = value" put before the brace that closes an inline table.
+std::optional<std::string> withItemInserted(const std::string& sText, const toml::table& table,
+                                            const std::string& sItem)
+{
+    const auto optEnd = offsetOf(sText, table.source().end);
+    if (!table.is_inline() || !optEnd)
+        return std::nullopt;
+    const std::size_t uBrace = sText.rfind('}', *optEnd);
+    if (uBrace == std::string::npos || uBrace == 0)
+        return std::nullopt;
+    const std::size_t uLast = sText.find_last_not_of(" \t", uBrace - 1);
+    return sText.substr(0, uLast + 1) + (table.empty() ? " " : ", ") + sItem + ' ' + sText.substr(uBrace);
+}
+
 std::string withSectionAppended(const std::string& sText, const std::string& sSection)
 {
     std::string sNew = sText;
@@ -141,7 +162,17 @@ bool setInConfigurationText(std::string* psText, toml::table* pTable, const CPat
     if (const toml::node* pValue = pOld ? pOld->get(sName) : nullptr)
         vecProposals.emplace_back([&, pValue] { return withValueReplaced(*psText, *pValue, streamValue.str()); });
     else if (pOld)
+    {
+        vecProposals.emplace_back([&] { return withItemInserted(*psText, *pOld, sLine); });
         vecProposals.emplace_back([&] { return withLineInserted(*psText, *pOld, sLine); });
+        // Where the table is written with dots the line needs some of them too: how many depends on the section.
+        std::string sDotted = sLine;
+        for (auto it = path.rbegin(); it != path.rend(); ++it)
+        {
+            sDotted = keyText(*it) + '.' + sDotted;
+            vecProposals.emplace_back([&, sDotted] { return withLineInserted(*psText, *pOld, sDotted); });
+        }
+    }
     vecProposals.emplace_back([&] { return withSectionAppended(*psText, written(section)); });
     vecProposals.emplace_back([&] { return written(wished) + '\n'; });
     for (const auto& fnProposal : vecProposals)

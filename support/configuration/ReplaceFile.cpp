@@ -52,7 +52,7 @@ void syncDirectory(const std::string& sPath)
 }
 } // namespace
 
-bool replaceFile(const std::string& sPath, const std::string& sContent)
+bool replaceFile(const std::string& sPath, const std::string& sContent, const std::function<bool()>& fnStillWished)
 {
     const std::string sTarget = resolved(sPath);
     std::string sTemporary = sTarget + ".XXXXXX";
@@ -62,7 +62,7 @@ bool replaceFile(const std::string& sPath, const std::string& sContent)
     takeOverAttributes(nFile, sTarget);
     const bool bWritten = writeAll(nFile, sContent) && fsync(nFile) == 0;
     const bool bClosed = close(nFile) == 0;
-    if (!bWritten || !bClosed || rename(sTemporary.c_str(), sTarget.c_str()) != 0)
+    if (!bWritten || !bClosed || !fnStillWished() || rename(sTemporary.c_str(), sTarget.c_str()) != 0)
     {
         (void)unlink(sTemporary.c_str());
         return false;

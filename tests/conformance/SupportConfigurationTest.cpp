@@ -132,6 +132,52 @@ TEST_F(SupportConfigurationTest, ATableInAnyNotationTakesAValue)
     }
 }
 
+TEST_F(SupportConfigurationTest, CommentsStayInAnyNotation)
+{
+    const struct
+    {
+        const char* pszBefore;
+        const char* pszAfter;
+    } aCases[] = {
+        {"# why\nOrvane.CDS.a = 1 # one\n", "# why\nOrvane.CDS.a = 1 # one\nOrvane.CDS.b = 2\n"},
+        {"[Orvane] # ours\nCDS.a = 1\nx = 2\n", "[Orvane] # ours\nCDS.a = 1\nCDS.b = 2\nx = 2\n"},
+        {"Orvane = { CDS = { a = 1 } } # all\n", "Orvane = { CDS = { a = 1, b = 2 } } # all\n"},
+        {"[Orvane] # ours\nCDS = {}\n", "[Orvane] # ours\nCDS = { b = 2 }\n"},
+    };
+    for (const auto& [pszBefore, pszAfter] : aCases)
+    {
+        given(pszBefore);
+        EXPECT_GE(set("Orvane\\CDS", "b", 2), 0) << pszBefore;
+        EXPECT_EQ(content(), pszAfter);
+    }
+}
+
+TEST_F(SupportConfigurationTest, ADirectoryIsNoFile)
+{
+    given("[K]\na = 1\n");
+    std::string sError;
+    EXPECT_LT(CDSSupport::setConfigurationFile(m_directory.path(), &sError), 0);
+    EXPECT_EQ(sError, m_directory.path() + ": Is a directory");
+    EXPECT_EQ(query("K", "a"), 1);
+}
+
+TEST_F(SupportConfigurationTest, AFileNamedFromTheWorkingDirectoryStaysTheSame)
+{
+    const auto before = std::filesystem::current_path();
+    m_directory.write("cds.toml", "[K]\na = 1\n");
+    std::filesystem::create_directory(m_directory.file("elsewhere"));
+    std::filesystem::current_path(m_directory.path());
+    const long lResult = CDSSupport::setConfigurationFile("cds.toml", nullptr);
+    std::filesystem::current_path(m_directory.file("elsewhere"));
+    const long lValue = query("K", "a");
+    const long lSet = set("K", "b", 2);
+    std::filesystem::current_path(before);
+    EXPECT_GE(lResult, 0);
+    EXPECT_EQ(lValue, 1);
+    EXPECT_GE(lSet, 0);
+    EXPECT_EQ(content(), "[K]\na = 1\nb = 2\n");
+}
+
 TEST_F(SupportConfigurationTest, AValueIsNoTable)
 {
     given("Orvane = 5\n");
