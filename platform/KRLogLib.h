@@ -34,7 +34,8 @@ public:
         re_error = 3
     };
 
-    /// @param pszName       the log's name; its file, or its source in the system's log
+    /// @param pszName       the log's name and its file's; operator events have the process's own identity in the
+    ///                      system's log
     /// @param pszSecondName null
     /// @param bAppendOnly   false
     /// @param bCreate       true: made when it is not there
@@ -102,8 +103,8 @@ public:
     /// @param ulMaxFileKB             a file's size limit, kilobytes
     /// @param ulTraceMask             trace levels written
     /// @param ulPriorityMask          priority classes written
-    /// @param ulConsoleTraceMask      trace levels that also go to standard error
-    /// @param ulConsolePriorityMask   priority classes that may
+    /// @param ulConsoleTraceMask      other than 0: lines also go to standard error
+    /// @param ulConsolePriorityMask   priority classes that do
     /// @param ulDropWhenFull          0: a writer waits when the queue is full, 1: the oldest line is dropped
     /// @param ulQueueLines            lines the queue holds
     /// @param ulReserved3             0

@@ -50,6 +50,7 @@ public:
             }
         }
 
+        std::size_t lines() const { return m_uLines; }
         std::uint64_t dropped() const { return m_ullDropped; }
         bool reopen() const { return m_bReopen; }
         bool stop() const { return m_bStop; }

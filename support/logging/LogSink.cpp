@@ -3,8 +3,11 @@
 #include "LogText.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 
+#include <fcntl.h>
 #include <spdlog/fmt/fmt.h>
 #include <spdlog/spdlog.h>
 #include <sys/stat.h>
@@ -73,6 +76,11 @@ void CLogSink::apply(const CLogSettings& settings)
 
 void CLogSink::open()
 {
+    // The sink tries several times and sleeps in between; whoever makes a log may be a thread that serves calls.
+    const int nFile = ::open(m_sPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+    if (nFile < 0)
+        throw std::system_error(errno, std::generic_category());
+    (void)::close(nFile);
     spdlog::file_event_handlers handlers;
     handlers.after_open = restrictNewFile;
     // The sink counts the files beside the one being written.
@@ -139,63 +147,83 @@ void CLogSink::addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::stri
     }
     const std::string sLine(m_bufBlock.data() + uBefore, m_bufBlock.size() - uBefore);
     m_bufBlock.resize(uBefore);
-    store();
+    (void)store(); // what is lost is counted
     m_bufBlock.append(sLine.data(), sLine.data() + sLine.size());
     m_uBlockLines = 1;
 }
 
-void CLogSink::store()
+bool CLogSink::store()
 {
     if (m_bufBlock.size() == 0)
-        return;
+        return true;
+    bool bStored = true;
     try
     {
         if (!m_pFile)
             open();
         m_pFile->log({{}, spdlog::level::info, {m_bufBlock.data(), m_bufBlock.size()}});
         m_pFile->flush();
+        m_bTrouble = false;
     }
     catch (const std::exception& error)
     {
-        lose(error.what());
+        m_pFile.reset(); // a sink that failed while it rotated has no file, and does not look
+        lose(m_uBlockLines, error.what());
+        bStored = false;
     }
     m_bufBlock.clear();
-    m_uBlockLines = 0;
+    m_uBatchLeft -= std::exchange(m_uBlockLines, 0);
+    return bStored;
 }
 
-void CLogSink::lose(const char* pszWhy) noexcept
+void CLogSink::lose(std::size_t uLines, const char* pszWhy) noexcept
 {
-    if (m_ullLost == 0) // once per trouble, and for those who do not read this log
+    if (!m_bTrouble) // once per trouble, and for those who do not read this log
         syslog(LOG_WARNING, "%s: trace lines are lost: %s", m_sPath.c_str(), pszWhy);
-    m_ullLost += m_uBlockLines;
+    m_bTrouble = true;
+    m_ullLost += uLines;
+}
+
+/// Stores the log's own lines, in a block of their own: they are said again until they are stored.
+void CLogSink::storeNotes()
+{
+    if (m_ullLost == 0 && m_ullDropped == 0 && m_sNotes.empty())
+        return;
+    const std::int64_t llNow =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(spdlog::log_clock::now().time_since_epoch()).count();
+    if (m_ullLost > 0)
+        addLine(llNow, 0, std::to_string(m_ullLost) + " lines could not be stored");
+    if (m_ullDropped > 0)
+        addLine(llNow, 0, std::to_string(m_ullDropped) + " lines were dropped: the queue was full");
+    if (!m_sNotes.empty())
+        addLine(llNow, 0, m_sNotes);
+    m_uBlockLines = 0; // they are not the batch's
+    if (!store())
+        return;
+    m_ullLost = m_ullDropped = 0;
+    m_sNotes.clear();
 }
 
 void CLogSink::write(const CLogQueue::CBatch& batch) noexcept
 {
+    m_ullDropped += batch.dropped();
+    m_uBatchLeft = batch.lines();
     try
     {
-        const std::int64_t llNow =
-            std::chrono::duration_cast<std::chrono::nanoseconds>(spdlog::log_clock::now().time_since_epoch()).count();
-        const std::uint64_t ullLost = std::exchange(m_ullLost, 0);
-        if (ullLost > 0)
-            addLine(llNow, 0, std::to_string(ullLost) + " lines could not be stored");
-        if (batch.dropped() > 0)
-            addLine(llNow, 0, std::to_string(batch.dropped()) + " lines were dropped: the queue was full");
-        if (!m_sNotes.empty())
-            addLine(llNow, 0, std::exchange(m_sNotes, {}));
+        storeNotes();
         batch.forEach([this](const CLogQueue::CHeader& header, std::string_view sText) {
             addLine(header.llStampNs, header.dwThread, sText);
             if (header.bConsole)
                 m_sConsole += escaped(sText) + '\n';
         });
-        store();
+        (void)store(); // what is lost is counted
         if (!m_sConsole.empty())
             (void)!::write(STDERR_FILENO, m_sConsole.data(), m_sConsole.size()); // nobody to tell
         m_sConsole.clear();
     }
     catch (const std::exception& error) // out of memory
     {
-        lose(error.what());
+        lose(m_uBatchLeft, error.what());
         m_bufBlock.clear();
         m_uBlockLines = 0;
     }

@@ -36,8 +36,9 @@ private:
     void open();
     void addStamp(std::int64_t llStampNs, std::uint32_t dwThread);
     void addLine(std::int64_t llStampNs, std::uint32_t dwThread, std::string_view sText);
-    void store();
-    void lose(const char* pszWhy) noexcept;
+    void storeNotes();
+    bool store();
+    void lose(std::size_t uLines, const char* pszWhy) noexcept;
 
     const std::string m_sPath;
     CLogSettings m_settings;
@@ -46,9 +47,13 @@ private:
     std::int64_t m_llSecond = -1;                                  // which m_bufSecond shows
     spdlog::memory_buf_t m_bufSecond;
     spdlog::memory_buf_t m_bufBlock; // formatted lines that are not stored yet
-    std::size_t m_uBlockLines = 0;
+    std::size_t m_uBlockLines = 0;   // of the batch, among them
+    std::size_t m_uBatchLeft = 0;    // the batch's lines that are neither stored nor counted as lost
     std::size_t m_uBlockLimit = 0;
     std::string m_sConsole;
     std::string m_sNotes;
-    std::uint64_t m_ullLost = 0; // lines since the last success
+    // What the log has not been told yet.
+    std::uint64_t m_ullLost = 0;
+    std::uint64_t m_ullDropped = 0;
+    bool m_bTrouble = false; // since the last success; the system's log knows
 };

@@ -11,9 +11,13 @@
 #include <type_traits>
 
 namespace {
-bool isControl(unsigned char c) noexcept
+/// Bytes of the control character at this place, 0 when there is none: one, or two for U+0080 to U+009F.
+std::size_t controlAt(std::string_view sText, std::size_t uAt) noexcept
 {
-    return (c < 0x20U && c != '\t') || c == 0x7FU;
+    const auto uc = static_cast<unsigned char>(sText[uAt]);
+    if (uc == 0xC2U && uAt + 1 < sText.size())
+        return (static_cast<unsigned char>(sText[uAt + 1]) & 0xE0U) == 0x80U ? 2 : 0;
+    return (uc < 0x20U && uc != '\t') || uc == 0x7FU ? 1 : 0;
 }
 } // namespace
 
@@ -97,9 +101,9 @@ std::string utf8Of(std::wstring_view sWide)
 
 bool hasControls(std::string_view sText) noexcept
 {
-    // Eight at a time, since this runs over every byte that is logged: a byte below 0x20, or equal to 0x7F, leaves its
-    // top bit in the word. Which byte it was may be wrong, and tabulators are among them, so the answer is only where
-    // to look closely.
+    // Eight at a time, since this runs over every byte that is logged: a byte below 0x20, or equal to 0x7F or 0xC2,
+    // leaves its top bit in the word. Which byte it was may be wrong, and tabulators are among them, so the answer is
+    // only where to look closely.
     constexpr std::uint64_t cOnes = 0x0101010101010101ULL;
     constexpr std::uint64_t cTops = 0x8080808080808080ULL;
     std::size_t uAt = 0;
@@ -108,25 +112,35 @@ bool hasControls(std::string_view sText) noexcept
         std::uint64_t ullBytes = 0;
         std::memcpy(&ullBytes, sText.data() + uAt, 8);
         const std::uint64_t ullDelete = ullBytes ^ (cOnes * 0x7F);
-        if ((((ullBytes - cOnes * 0x20) & ~ullBytes) | ((ullDelete - cOnes) & ~ullDelete)) & cTops)
+        const std::uint64_t ullLead = ullBytes ^ (cOnes * 0xC2);
+        if ((((ullBytes - cOnes * 0x20) & ~ullBytes) | ((ullDelete - cOnes) & ~ullDelete) |
+             ((ullLead - cOnes) & ~ullLead)) &
+            cTops)
             break;
     }
-    return std::any_of(sText.begin() + static_cast<std::ptrdiff_t>(uAt), sText.end(),
-                       [](char c) { return isControl(static_cast<unsigned char>(c)); });
+    for (; uAt < sText.size(); ++uAt)
+        if (controlAt(sText, uAt) > 0)
+            return true;
+    return false;
 }
 
 std::string escaped(std::string_view sText)
 {
     std::string sEscaped;
     sEscaped.reserve(sText.size() + 16);
-    for (const char c : sText)
+    for (std::size_t uAt = 0; uAt < sText.size(); ++uAt)
     {
-        const auto uc = static_cast<unsigned char>(c);
-        if (!isControl(uc))
-            sEscaped += c;
-        else if (c == '\n')
+        const std::size_t uLength = controlAt(sText, uAt);
+        if (uLength == 0)
+        {
+            sEscaped += sText[uAt];
+            continue;
+        }
+        uAt += uLength - 1;
+        const auto uc = static_cast<unsigned char>(sText[uAt]); // of two bytes the second has the character's number
+        if (uc == '\n')
             sEscaped += "\\n";
-        else if (c == '\r')
+        else if (uc == '\r')
             sEscaped += "\\r";
         else
         {

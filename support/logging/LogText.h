@@ -28,7 +28,7 @@ private:
 /// replacement character.
 std::string utf8Of(std::wstring_view sWide);
 
-/// Whether the text holds control characters other than the tabulator.
+/// Whether the text holds control characters other than the tabulator: of ASCII, or U+0080 to U+009F in UTF-8.
 bool hasControls(std::string_view sText) noexcept;
 
 /// The text with its control characters but the tabulator written as "\n", "\r" or "\x1b", so that one line stays

@@ -27,6 +27,12 @@ CTraceLogs& traceLogs()
     return *pLogs;
 }
 
+/// Lines wait a moment in their queue; at the end of the process nobody else would see to them.
+__attribute__((destructor)) void flushAtExit()
+{
+    CTraceLog::flushAll();
+}
+
 std::string pathOf(const std::string& sName, bool bCreate)
 {
     CTraceLogs& logs = traceLogs();
@@ -189,5 +195,6 @@ void CTraceLog::flushAll()
 {
     const std::lock_guard lock(traceLogs().mtx);
     for (CTraceLog* const pLog : traceLogs().setLogs)
-        pLog->m_queue.request(false);
+        if (pLog->m_nProcess == ::getpid()) // a forked process has the log, but not the thread that writes it
+            pLog->m_queue.request(false);
 }

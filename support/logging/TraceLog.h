@@ -11,6 +11,8 @@
 #include <string_view>
 #include <thread>
 
+#include <unistd.h>
+
 /// A trace log: the queue, the files, and the thread between them, which also looks after the configuration file.
 ///
 /// Threads    construction and destruction apart, any.
@@ -55,5 +57,6 @@ private:
     CLogSettings m_settings;
     CLogQueue::CTimePoint m_tpLooked;
 
+    const pid_t m_nProcess = ::getpid();
     std::thread m_thread;
 };

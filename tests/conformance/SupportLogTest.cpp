@@ -2,12 +2,14 @@
 #include "CDSSupport.h"
 #include "CPEvent.h"
 #include "CPortable.h"
+#include "KRException.h"
 #include "KRLogLib.h"
 #include "SystemLogSpy.h"
 #include "TemporaryDirectory.h"
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <sstream>
@@ -133,6 +135,21 @@ TEST_F(SupportLogTest, EscapesAControlCharacterWhereverItIs)
     const std::string sContent = m_directory.read("Places.log");
     EXPECT_EQ(linesIn(sContent), 80U);
     EXPECT_EQ(std::count(sContent.begin(), sContent.end(), '\\'), 80);
+}
+
+TEST_F(SupportLogTest, EscapesTheControlCharactersBeyondAscii)
+{
+    {
+        CBoundLog log("Beyond");
+        for (int nBefore = 0; nBefore < 10; ++nBefore)
+            log.write("%.*s\xC2\x9B"
+                      "31m \xC3\xA4 \xC2\xA7 long enough for words",
+                      nBefore, "0123456789");
+    }
+    const std::string sContent = m_directory.read("Beyond.log");
+    EXPECT_EQ(sContent.find("\xC2\x9B"), std::string::npos);
+    EXPECT_NE(sContent.find("0\\x9b31m \xC3\xA4 \xC2\xA7 long"), std::string::npos) << sContent;
+    EXPECT_EQ(std::count(sContent.begin(), sContent.end(), '\\'), 10);
 }
 
 TEST_F(SupportLogTest, LinesReachTheFileByThemselves)
@@ -273,7 +290,7 @@ TEST_F(SupportLogTest, AFullQueueMayDropTheOldestAndSaysSo)
     EXPECT_NE(sContent.find("] 49999\n"), std::string::npos) << "the newest stays";
 }
 
-TEST_F(SupportLogTest, LostLinesAreReported)
+TEST_F(SupportLogTest, LostLinesAreCountedAndReportedOnce)
 {
     const std::string sGone = m_directory.file("gone");
     std::filesystem::create_directory(sGone);
@@ -282,8 +299,12 @@ TEST_F(SupportLogTest, LostLinesAreReported)
     std::filesystem::remove_all(sGone);
     m_directory.write("gone", "a file where the directory was");
     EXPECT_LT(CDSSupport::reopenLogs(), 0);
-    log.write("lost");
-    CDSSupport::flushLogs();
+    for (int nBatch = 0; nBatch < 3; ++nBatch)
+    {
+        for (int nLine = 0; nLine < 7; ++nLine)
+            log.write("lost");
+        CDSSupport::flushLogs();
+    }
     ASSERT_EQ(CSystemLogSpy::messages().size(), 1U);
     EXPECT_NE(CSystemLogSpy::messages()[0].second.find("trace lines are lost"), std::string::npos);
     std::filesystem::remove(sGone);
@@ -291,6 +312,55 @@ TEST_F(SupportLogTest, LostLinesAreReported)
     log.write("found");
     CDSSupport::flushLogs();
     const std::string sContent = m_directory.read("gone/Lost.log");
-    EXPECT_NE(sContent.find("1 lines could not be stored"), std::string::npos) << sContent;
+    EXPECT_NE(sContent.find("] 21 lines could not be stored\n"), std::string::npos) << sContent;
     EXPECT_NE(sContent.find("] found\n"), std::string::npos) << sContent;
+    EXPECT_EQ(linesIn(sContent), 2U);
+}
+
+TEST_F(SupportLogTest, OutlivesARotationThatFails)
+{
+    const std::string sGone = m_directory.file("gone");
+    std::filesystem::create_directory(sGone);
+    CDSSupport::setLogDirectory(sGone);
+    CBoundLog log("Rotated", {.ulMaxFiles = 3, .ulMaxFileKB = 16});
+    log.write("%s", std::string(1500, 'x').c_str());
+    CDSSupport::flushLogs();
+    std::filesystem::remove_all(sGone); // the open file lives on until it is full
+    m_directory.write("gone", "a file where the directory was");
+    for (int n = 0; n < 40; ++n)
+    {
+        log.write("%s", std::string(1500, 'x').c_str());
+        CDSSupport::flushLogs();
+    }
+    log.write("short");
+    CDSSupport::flushLogs();
+    EXPECT_EQ(CSystemLogSpy::messages().size(), 1U);
+    std::filesystem::remove(sGone);
+    std::filesystem::create_directory(sGone);
+    log.write("found");
+    CDSSupport::flushLogs();
+    EXPECT_NE(m_directory.read("gone/Rotated.log").find("] found\n"), std::string::npos);
+}
+
+TEST_F(SupportLogTest, ALogThatCannotBeMadeIsRefusedAtOnce)
+{
+    std::filesystem::create_directory(m_directory.file("Directory.log"));
+    const unsigned long ulBefore = CPortable::GetTickCount();
+    for (int n = 0; n < 100; ++n)
+        EXPECT_THROW(CLogFile("Directory", nullptr, false, true, false), KRException);
+    // Not a claim of speed: one that is tried again and again takes fifty milliseconds each time.
+    EXPECT_LT(CPortable::GetTickCount() - ulBefore, 2500U);
+}
+
+TEST_F(SupportLogTest, LinesOfAProcessThatJustExitsAreStored)
+{
+    EXPECT_EXIT(
+        {
+            auto* const pLog = new CBoundLog("Exit"); // never destroyed
+            for (int n = 0; n < 100; ++n)
+                pLog->write("line %d", n);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EQ(linesIn(m_directory.read("Exit.log")), 100U);
 }
