@@ -78,17 +78,13 @@ long CCallbackMsg::serialize(std::string* psMsg)
 {
     return cdsGuarded([&] {
         std::string sPayload;
-        if (m_pData != nullptr)
-        {
-            const long lResult = m_pData->serialize(&sPayload);
-            if (lResult < 0)
-                return lResult;
-        }
+        long lResult = m_pData != nullptr ? m_pData->serialize(&sPayload) : 0;
         CParamsX list(static_cast<long>(sPayload.size() + m_sRegID.size() + 48));
         cdsAddLong(list, static_cast<std::int32_t>(m_dwTraceID));
         cdsAddText(list, m_sRegID);
         cdsAddLong(list, m_eReason);
-        const long lResult = list.addParam(sPayload, 3.14F);
+        if (lResult >= 0)
+            lResult = list.addParam(sPayload, 3.14F);
         if (lResult >= 0)
             *psMsg = list.paramListRef();
         CCDSLogging::log(CCDSLogging::level_detail, "CCallbackMsg::serialize Return Value: %d",

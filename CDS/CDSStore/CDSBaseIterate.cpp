@@ -32,9 +32,9 @@ long CCallData::nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, 
 long CCallData::getProperty(int* pIndex, std::string* psName, unsigned char** ppData, int* pLength,
                             const CCDSTimestamp& tsSince, CCDSTimestamp* pts)
 {
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     if (*pIndex < 0)
         return E_CDS_NOTFOUND;
-    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     return cdsGuarded([&] {
         CCursors& all = cursors();
         if (*pIndex == 0)
@@ -53,9 +53,9 @@ long CCallData::getProperty(int* pIndex, std::string* psName, unsigned char** pp
 long CCallData::getLogEntry(std::string sName, int* pIndex, unsigned char** ppData, int* pLength,
                             const CCDSTimestamp& tsSince, CCDSTimestamp* pts)
 {
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     if (*pIndex < 0)
         return E_CDS_NOTFOUND;
-    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     return cdsGuarded([&] {
         CCursors& all = cursors();
         if (*pIndex == 0 || sName != all.m_sLogEntryCursorName)
@@ -73,9 +73,9 @@ long CCallData::getLogEntry(std::string sName, int* pIndex, unsigned char** ppDa
 long CCallData::getLogEntryByPartialName(std::string sPartialName, int* pIndex, unsigned char** ppData, int* pLength,
                                          const CCDSTimestamp& tsSince, CCDSTimestamp* pts)
 {
+    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     if (*pIndex < 0)
         return E_CDS_NOTFOUND;
-    const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     return cdsGuarded([&] {
         CCursors& all = cursors();
         if (*pIndex == 0 || sPartialName != all.m_sLogEntryCursorName)
