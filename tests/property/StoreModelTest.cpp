@@ -76,12 +76,6 @@ void showValue(const CCommand& command, std::ostream& os)
     }
 }
 
-std::ostream& operator<<(std::ostream& os, const CCommand& command)
-{
-    showValue(command, os);
-    return os;
-}
-
 /// A call's record: names to values, and logs of entries in time order. A value is its own stamp's number.
 struct CModelRecord
 {
