@@ -55,8 +55,8 @@ void CCallMapper::onMessage(const CSipMessage& message, const CEndpoint& source,
                             std::int64_t llMicros)
 {
     ++m_ullMessages;
-    advance(llMicros);
-    const CContext context{message, source, destination, llMicros};
+    const CContext context{message, source, destination, llMicros, m_clock.take(llMicros)};
+    closeOverdue();
     CTrackedCall* pCall = findOrBegin(context);
     if (pCall == nullptr)
         return;
@@ -72,7 +72,7 @@ void CCallMapper::onMessage(const CSipMessage& message, const CEndpoint& source,
                             : "message of a call that has ended");
         return;
     }
-    pCall->llLast = std::max(pCall->llLast, llMicros);
+    pCall->llLast = context.llTime;
     dispatch(*pCall, context);
     emit(*pCall);
     setDeadline(*pCall);
@@ -105,7 +105,7 @@ CTrackedCall* CCallMapper::begin(const CContext& context)
     call.sRecordID = "sip:" + call.sCallID; // a Call-ID may be "*", which as a record ID means every call
     call.origin = context.source;
     call.sOriginTag = context.message.from.sTag;
-    call.llLast = context.llMicros;
+    call.llLast = context.llTime;
     call.itDeadline = m_mmapDeadlines.emplace(0, &call);
     m_mapCalls.emplace(call.sCallID, std::move(pNew));
     ++m_uOpen;
@@ -124,7 +124,8 @@ void CCallMapper::makeRoom()
         if (!call.bEnded)
         {
             m_counts.warn("too many calls: one was closed");
-            end(call, "timeout", "-", "too many calls", "closed: too many calls at once", m_llNow);
+            end(call, "timeout", "-", "too many calls", "closed: too many calls at once",
+                m_clock.stampOf(m_clock.now()));
             emit(call);
         }
         forget(call);
@@ -160,10 +161,9 @@ void CCallMapper::dispatch(CTrackedCall& call, const CContext& context)
     }
 }
 
-void CCallMapper::advance(std::int64_t llMicros)
+void CCallMapper::closeOverdue()
 {
-    m_llNow = std::max(m_llNow, llMicros);
-    while (!m_mmapDeadlines.empty() && m_mmapDeadlines.begin()->first <= m_llNow)
+    while (!m_mmapDeadlines.empty() && m_mmapDeadlines.begin()->first <= m_clock.now())
     {
         CTrackedCall& call = *m_mmapDeadlines.begin()->second;
         if (call.bEnded)
@@ -173,15 +173,16 @@ void CCallMapper::advance(std::int64_t llMicros)
     }
 }
 
-void CCallMapper::expire(CTrackedCall& call, std::int64_t llMicros)
+void CCallMapper::expire(CTrackedCall& call, std::int64_t llTime)
 {
+    const std::int64_t llMicros = m_clock.stampOf(llTime);
     if (call.rejection)
     {
         const CRejection rejection = *call.rejection;
         const std::string sCode = std::to_string(rejection.nCode);
         end(call, "failed", sCode, rejection.sReason, sCode + " " + rejection.sReason, rejection.llMicros);
     }
-    else if (call.llSessionEnd != 0 && llMicros >= call.llSessionEnd)
+    else if (call.llSessionEnd != 0 && llTime >= call.llSessionEnd)
         end(call, "timeout", "-", "session timer", "closed: the session was not refreshed in time", llMicros);
     else
         end(call, "timeout", "-", "idle", "closed: nothing was heard of the call", llMicros);
@@ -197,10 +198,10 @@ void CCallMapper::finish(bool bCloseOpen)
             continue;
         if (pCall->rejection)
         {
-            expire(*pCall, m_llNow);
+            expire(*pCall, m_clock.now());
             continue;
         }
-        end(*pCall, "timeout", "-", "capture ended", "closed: the capture ended", m_llNow);
+        end(*pCall, "timeout", "-", "capture ended", "closed: the capture ended", m_clock.stampOf(m_clock.now()));
         emit(*pCall);
         setDeadline(*pCall);
     }

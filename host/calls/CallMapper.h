@@ -1,5 +1,6 @@
 #pragma once
 
+#include "calls/CallClock.h"
 #include "calls/CallSink.h"
 #include "calls/TrackedCall.h"
 #include "calls/TransferWatch.h"
@@ -42,7 +43,7 @@ struct CCallMapperSettings
 /// kilobytes, and some two hundred when everything in it is as long and as many as it may be.
 ///
 /// Threads  one thread.
-/// Units    microseconds since 1970, of the capture; its clock alone moves the time-outs.
+/// Units    microseconds since 1970, of the capture. The time between its messages alone moves the time-outs.
 class CCallMapper
 {
 public:
@@ -62,9 +63,6 @@ public:
     void onMessage(const CSipMessage& message, const CEndpoint& source, const CEndpoint& destination,
                    std::int64_t llMicros);
 
-    /// Lets time pass: closes what is overdue.
-    void advance(std::int64_t llMicros);
-
     /// The capture is over. Rejections stand; other open calls stay open, unless they are to be closed.
     void finish(bool bCloseOpen);
 
@@ -83,7 +81,8 @@ private:
     void forget(CTrackedCall& call);
     void dispatch(CTrackedCall& call, const CContext& context);
     void setDeadline(CTrackedCall& call);
-    void expire(CTrackedCall& call, std::int64_t llMicros);
+    void closeOverdue();
+    void expire(CTrackedCall& call, std::int64_t llTime);
     void emit(CTrackedCall& call);
     void setProperty(CTrackedCall& call, const std::string& sName, std::string_view sValue, std::int64_t llMicros);
     void appendEntry(CTrackedCall& call, const std::string& sName, std::string_view sValue, std::int64_t llMicros);
@@ -121,10 +120,10 @@ private:
     const CCallMapperSettings m_settings;
     CTransferWatch m_transfers;
     std::map<std::string, std::unique_ptr<CTrackedCall>> m_mapCalls; // Call-ID -> call
-    CDeadlines m_mmapDeadlines;                              // when something is to happen without a message -> call
+    CDeadlines m_mmapDeadlines;                              // time when something happens without a message -> call
     std::multimap<std::string, CTrackedCall*> m_mmapRinging; // called user -> calls that have not ended
     std::vector<CTrackedCall*> m_vecTouched;                 // calls that the message at hand changed besides its own
-    std::int64_t m_llNow = 0;
+    CCallClock m_clock;
     std::size_t m_uOpen = 0;
     std::uint64_t m_ullMessages = 0;
     std::uint64_t m_ullRepeats = 0;
@@ -136,4 +135,5 @@ struct CCallMapper::CContext
     const CEndpoint& source;
     const CEndpoint& destination;
     std::int64_t llMicros;
+    std::int64_t llTime; // by the call clock
 };

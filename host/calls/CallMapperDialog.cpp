@@ -143,5 +143,5 @@ void CCallMapper::noteSessionTimer(CTrackedCall& call, const CContext& context)
     call.llSessionEnd =
         response.dwSessionExpires == 0
             ? 0
-            : context.llMicros + std::int64_t{std::max(response.dwSessionExpires, cMinSessionSeconds)} * 1'000'000;
+            : context.llTime + std::int64_t{std::max(response.dwSessionExpires, cMinSessionSeconds)} * 1'000'000;
 }

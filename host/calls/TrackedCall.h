@@ -78,8 +78,8 @@ struct CTrackedCall
     bool bRelated = false; // has its relation to another call
     bool bEnded = false;
     std::optional<CRejection> rejection;
-    std::int64_t llSessionEnd = 0; // 0: no session timer
-    std::int64_t llLast = 0;       // latest message
+    std::int64_t llSessionEnd = 0; // time, 0: no session timer
+    std::int64_t llLast = 0;       // time of the latest message
     std::multimap<std::int64_t, CTrackedCall*>::iterator itDeadline;
     std::multimap<std::string, CTrackedCall*>::iterator itRinging; // until the call ends
 

@@ -181,11 +181,50 @@ TEST(CallMapperEndTest, IsClosedWhenNothingIsHeardOfIt)
     CCallStory story;
     story.say("A>P INVITE call=ringing");
     story.answer();
-    story.after(4 * 3600 - 1).say("A>P OPTIONS call=other");
+    story.silence(4 * 3600 - 1);
     EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "ringing"), ElementsAre("timeout;-;idle"));
     EXPECT_EQ(story.property(CDSPROP_COMMENT, "ringing"), "closed: nothing was heard of the call");
     EXPECT_THAT(story.disconnects(), IsEmpty());
     story.after(2).say("A>P OPTIONS call=other");
+    EXPECT_THAT(story.disconnects(), ElementsAre("timeout;-;idle"));
+}
+
+TEST(CallMapperEndTest, OutlivesAStampThatIsFarAhead)
+{
+    CCallStory story;
+    story.answer();
+    story.say("A>P INVITE call=ringing branch=r1");
+    story.after(86'400).say("A>P INVITE call=stray branch=s1");
+    story.after(1 - 86'400).say("P>A 200 OK call=ringing branch=r1 ttag=b");
+    story.say("P>A 180 Ringing call=stray branch=s1 ttag=b");
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+    EXPECT_EQ(story.record("ringing").outcome(), "answered, open");
+    story.silence(302);
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "stray"), ElementsAre("timeout;-;idle"))
+        << "it is as old as its neighbours";
+}
+
+TEST(CallMapperEndTest, OutlivesAClockThatIsSetBack)
+{
+    CCallStory story;
+    story.answer();
+    story.after(-3600).say("A>P INVITE call=ringing branch=r1");
+    story.say("P>A 180 Ringing call=ringing branch=r1 ttag=b");
+    story.after(20).say("P>A 200 OK call=ringing branch=r1 ttag=b");
+    EXPECT_EQ(story.record("ringing").outcome(), "answered, open");
+    story.say("A>P INVITE call=waiting branch=w1");
+    story.silence(301);
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "waiting"), ElementsAre("timeout;-;idle"))
+        << "time goes on from where the clock was set";
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+}
+
+TEST(CallMapperEndTest, IsClosedByASilenceFullOfLonelyMessages)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    for (int n = 0; n < 5; ++n)
+        story.after(100).say("A>P OPTIONS call=other");
     EXPECT_THAT(story.disconnects(), ElementsAre("timeout;-;idle"));
 }
 
@@ -232,7 +271,7 @@ TEST(CallMapperEndTest, ForgetsAnEndedCallWhenItsRepeatsHaveDiedAway)
     CCallStory story;
     story.answer();
     story.say("A>P BYE cseq=2 branch=a3 ttag=bob");
-    story.after(33).say("A>P BYE cseq=3 branch=a4 ttag=bob");
+    story.silence(33).say("A>P BYE cseq=3 branch=a4 ttag=bob");
     EXPECT_EQ(story.counts().count("message of a call whose beginning was not seen"), 1U);
 }
 
