@@ -26,10 +26,10 @@ struct CCallMapperSettings
 
 /// Turns SIP messages into changes of call records: one record a Call-ID.
 ///
-/// A call begins with the first INVITE without To tag. It ends with the first BYE that leaves no answered dialog, or
-/// with the final response of 300 or above that reaches the originator. A response that asks for another try (401, 407,
-/// 422, a redirection) ends the call when no other try follows for as long as a call may ring unheard (a person may
-/// have to type a password), or before the capture ends.
+/// A call begins with the first INVITE without To tag. It ends with the first BYE (of whichever answer, when there are
+/// several), or with the final response of 300 or above that reaches the originator. A response that asks for another
+/// try (401, 407, 422, a redirection) ends the call when no other try follows for as long as a call may ring unheard (a
+/// person may have to type a password), or before the capture ends.
 ///
 /// Whose side is whose: the originator is the source of the call's first sighting. A response reaches it when it
 /// carries the Via branch of that sighting; so a message seen on both sides of a proxy is told apart even where
@@ -109,7 +109,7 @@ private:
     void onInviteResponse(CTrackedCall& call, const CContext& context);
     void onBranchFinal(CTrackedCall& call, const CContext& context, CInviteAttempt& attempt);
     void routeFinal(CTrackedCall& call, const CContext& context, const CInviteBranch& branch);
-    void onAnswer(CTrackedCall& call, const CContext& context, bool bReachesOriginator);
+    void onAnswer(CTrackedCall& call, const CContext& context);
     void onRejected(CTrackedCall& call, const CContext& context);
     void onBye(CTrackedCall& call, const CContext& context);
     void noteMedia(CTrackedCall& call, const CContext& context);

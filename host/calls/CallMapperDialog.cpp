@@ -35,7 +35,7 @@ void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
         return;
     onBranchFinal(call, context, attempt);
     if (response.nCode < 300)
-        onAnswer(call, context, bReachesOriginator);
+        onAnswer(call, context);
     else if (bReachesOriginator && !call.bConnected)
         onRejected(call, context);
 }
@@ -64,11 +64,9 @@ void CCallMapper::routeFinal(CTrackedCall& call, const CContext& context, const 
         route(call, context, sContact, branch.destination, sCode);
 }
 
-void CCallMapper::onAnswer(CTrackedCall& call, const CContext& context, bool bReachesOriginator)
+void CCallMapper::onAnswer(CTrackedCall& call, const CContext& context)
 {
     const CSipMessage& response = context.message;
-    if (bReachesOriginator && call.setAnswered.size() < cMaxTags)
-        call.setAnswered.insert(response.to.sTag);
     if (call.bConnected)
         return;
     call.bConnected = true;
@@ -95,17 +93,6 @@ void CCallMapper::onRejected(CTrackedCall& call, const CContext& context)
 void CCallMapper::onBye(CTrackedCall& call, const CContext& context)
 {
     const CSipMessage& bye = context.message;
-    for (const std::string& sTag : {bye.to.sTag, bye.from.sTag})
-    {
-        // When two telephones answer at once the caller hangs up on one of them; the call goes on with the other.
-        if (call.setAnswered.size() > 1 && call.setAnswered.erase(sTag) != 0)
-        {
-            call.setReleased.insert(sTag);
-            return;
-        }
-        if (call.setReleased.contains(sTag))
-            return;
-    }
     const bool bCaller = call.setCallerTags.contains(bye.from.sTag) ||
                          (!call.setCallerTags.contains(bye.to.sTag) && context.source.address == call.origin.address);
     std::string sCode = "-";

@@ -68,8 +68,6 @@ struct CTrackedCall
 
     std::map<std::pair<std::string, std::uint32_t>, CInviteAttempt> mapAttempts; // From tag, CSeq -> attempt
     std::set<std::string> setDialogTags; // of the originator's dialogs: its own and those that answered it
-    std::set<std::string> setAnswered;   // To tags of 2xx that reached the originator and were not hung up
-    std::set<std::string> setReleased;   // those that were
     std::set<std::string> setRouted;     // targets and forwardings already logged
     CMediaNegotiation media;
     CSeenSet seen;
