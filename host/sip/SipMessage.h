@@ -61,5 +61,5 @@ struct CSipMessage
     std::string sReplacesCallID;        ///< of the Replaces header field
     bool bReliable = false;             ///< a provisional response that is acknowledged (RSeq)
     std::uint32_t dwSessionExpires = 0; ///< seconds; 0 when not given
-    std::string sSdp;                   ///< the body, when it is a session description
+    std::string sSdp;                   ///< the session description in its body
 };
