@@ -29,11 +29,12 @@ struct CCallMapperSettings
 /// A call begins with the first INVITE without To tag. It ends with the first BYE (of whichever answer, when there are
 /// several), or with the final response of 300 or above that reaches the originator. A response that asks for another
 /// try (401, 407, 422, a redirection) ends the call when no other try follows for as long as a call may ring unheard (a
-/// person may have to type a password), or before the capture ends.
+/// person may have to type a password), or before the capture ends. Any other ends it even when the originator goes on
+/// to another server, as after a 503.
 ///
 /// Whose side is whose: the originator is the source of the call's first sighting. A response reaches it when it
-/// carries the Via branch of that sighting; so a message seen on both sides of a proxy is told apart even where
-/// all parties share one address.
+/// carries the Via branch of that sighting, or of the same request on its way from there to another server; so a
+/// message seen on both sides of a proxy is told apart even where all parties share one address.
 ///
 /// Relations (property CALL_RELATION, with the other record in RELATED_CALLID): "replaces" and "replaced", "transfer"
 /// and "transferred", "forward" and "forwarded"; the former stands in the newer record. A call that is forwarded

@@ -25,9 +25,9 @@ void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
         return; // of a later INVITE inside the dialog: it ends nothing and answers nothing new
     CInviteAttempt& attempt = it->second;
     // Old equipment writes no branch; then the address must do.
-    const bool bSameHop = response.sBranch.empty() || attempt.sOriginBranch.empty()
+    const bool bSameHop = response.sBranch.empty() || attempt.origin.hasBranch("")
                               ? context.destination.address == call.origin.address
-                              : response.sBranch == attempt.sOriginBranch;
+                              : attempt.origin.hasBranch(response.sBranch);
     const bool bReachesOriginator = bSameHop && response.from.sTag == call.sOriginTag;
     if (bReachesOriginator && !response.to.sTag.empty() && call.setDialogTags.size() < cMaxTags)
         call.setDialogTags.insert(response.to.sTag);
@@ -113,7 +113,7 @@ void CCallMapper::noteMedia(CTrackedCall& call, const CContext& context)
     // A server that writes tags of its own offers the same media again on its other side.
     if (!call.setDialogTags.contains(context.message.from.sTag))
         return;
-    for (const std::string& sMedia : call.media.take(context.message))
+    for (const std::string& sMedia : call.media.take(context.message, context.source))
         appendEntry(call, CDSLOG_MEDIASTREAM_ENTRY, sMedia, context.llMicros);
     for (std::uint64_t ull = call.media.takeUnreadable(); ull > 0; --ull)
         m_counts.warn("session description unreadable");

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <utility>
 
-std::vector<std::string> CMediaNegotiation::take(const CSipMessage& message)
+std::vector<std::string> CMediaNegotiation::take(const CSipMessage& message, const CEndpoint& source)
 {
-    return message.isRequest() ? takeRequest(message) : takeResponse(message);
+    return message.isRequest() ? takeRequest(message, source) : takeResponse(message);
 }
 
 std::uint64_t CMediaNegotiation::takeUnreadable()
@@ -23,7 +23,7 @@ CMediaNegotiation::CExchange* CMediaNegotiation::find(const CSipMessage& message
     return it != m_deqExchanges.end() ? &*it : nullptr;
 }
 
-std::vector<std::string> CMediaNegotiation::takeRequest(const CSipMessage& message)
+std::vector<std::string> CMediaNegotiation::takeRequest(const CSipMessage& message, const CEndpoint& source)
 {
     if (message.sMethod == "ACK")
     {
@@ -34,8 +34,11 @@ std::vector<std::string> CMediaNegotiation::takeRequest(const CSipMessage& messa
     }
     if (message.sMethod != "INVITE" && message.sMethod != "UPDATE" && message.sMethod != "PRACK")
         return {};
-    if (find(message, message.sMethod) != nullptr)
-        return {}; // seen further down its way already
+    if (CExchange* pExchange = find(message, message.sMethod))
+    {
+        pExchange->origin.note(message, source); // further down its way, or to another server
+        return {};
+    }
     if (message.sMethod == "PRACK" && !message.sSdp.empty())
         for (CExchange& exchange : m_deqExchanges)
             if (exchange.bOfferInResponse && !exchange.bDone && exchange.sFromTag == message.from.sTag)
@@ -46,7 +49,7 @@ std::vector<std::string> CMediaNegotiation::takeRequest(const CSipMessage& messa
     exchange.sFromTag = message.from.sTag;
     exchange.dwCSeq = message.dwCSeq;
     exchange.sMethod = message.sMethod;
-    exchange.sBranch = message.sBranch;
+    exchange.origin.note(message, source);
     exchange.bDone = !message.sSdp.empty() && !read(message.sSdp, &exchange.vecOffer);
     if (m_deqExchanges.size() == cMaxExchanges)
         m_deqExchanges.pop_front();
@@ -59,7 +62,7 @@ std::vector<std::string> CMediaNegotiation::takeResponse(const CSipMessage& mess
     CExchange* pExchange = find(message, message.sMethod);
     const bool bCarriesAnswer = (message.nCode >= 200 && message.nCode < 300) || message.bReliable;
     if (pExchange == nullptr || pExchange->bDone || message.sSdp.empty() || !bCarriesAnswer ||
-        pExchange->sBranch != message.sBranch)
+        !pExchange->origin.hasBranch(message.sBranch))
         return {};
     if (!pExchange->vecOffer.empty() && !pExchange->bOfferInResponse)
         return complete(*pExchange, message.sSdp);

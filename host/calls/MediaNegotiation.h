@@ -1,5 +1,6 @@
 #pragma once
 
+#include "calls/RequestOrigin.h"
 #include "sip/SessionDescription.h"
 #include "sip/SipMessage.h"
 
@@ -25,7 +26,7 @@ public:
     /// Takes a message of the call's dialog that is no repeat.
     ///
     /// @return the media agreed on when the message completes an exchange, a text a media line; else empty
-    std::vector<std::string> take(const CSipMessage& message);
+    std::vector<std::string> take(const CSipMessage& message, const CEndpoint& source);
 
     /// Session descriptions that could not be read, since it was asked last.
     std::uint64_t takeUnreadable();
@@ -36,14 +37,14 @@ private:
         std::string sFromTag;
         std::uint32_t dwCSeq = 0;
         std::string sMethod;
-        std::string sBranch; // of the request's first sighting
+        CRequestOrigin origin;
         bool bOfferInResponse = false;
         bool bDone = false;
         std::vector<CSdpMedia> vecOffer;
     };
 
     CExchange* find(const CSipMessage& message, const std::string& sMethod);
-    std::vector<std::string> takeRequest(const CSipMessage& message);
+    std::vector<std::string> takeRequest(const CSipMessage& message, const CEndpoint& source);
     std::vector<std::string> takeResponse(const CSipMessage& message);
     std::vector<std::string> complete(CExchange& exchange, const std::string& sAnswer);
     bool read(const std::string& sSdp, std::vector<CSdpMedia>* pvecMedia);

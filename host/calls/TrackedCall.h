@@ -2,6 +2,7 @@
 
 #include "calls/CallSink.h"
 #include "calls/MediaNegotiation.h"
+#include "calls/RequestOrigin.h"
 #include "capture/Endpoint.h"
 
 #include <cstdint>
@@ -42,8 +43,7 @@ struct CInviteBranch
 /// An INVITE without To tag: one attempt to set up the call.
 struct CInviteAttempt
 {
-    std::string sOriginBranch; // of its first sighting: responses with it reach the originator
-    CEndpoint origin;
+    CRequestOrigin origin;                            // responses that return to it reach the originator
     std::map<std::string, CInviteBranch> mapBranches; // top Via branch -> hop
 };
 

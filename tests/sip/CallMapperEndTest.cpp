@@ -53,6 +53,55 @@ TEST(CallMapperEndTest, FailsWithTheResponseThatReachesTheOriginator)
     EXPECT_EQ(story.record().outcome(), "busy");
 }
 
+TEST(CallMapperEndTest, FailsAtTheServerThatIsTriedNext)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.after(9).say("A>C INVITE branch=a2");
+    story.say("C>A 486 Busy Here branch=a2 ttag=c");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+}
+
+TEST(CallMapperEndTest, IsAnsweredByTheServerThatIsTriedNext)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.after(9).say("A>C INVITE branch=a2", {}, audio("10.0.0.1", 4000));
+    story.say("C>A 200 OK branch=a2 ttag=c", {}, audio("10.0.0.3", 5000));
+    EXPECT_THAT(story.connects(), ElementsAre("answered;bob;c"));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.3:5000;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, EndsWithTheFirstServersRefusalEvenIfAnotherIsTried)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 503 Service Unavailable branch=a1 ttag=p");
+    story.say("A>C INVITE branch=a2");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;503;Service Unavailable"));
+}
+
+TEST(CallMapperEndTest, OutlivesALosingForkOfAServerThatIsSeenFromBehind)
+{
+    CCallStory story;
+    story.say("P>B INVITE branch=p1 uri=sip:b1@h");
+    story.say("P>C INVITE branch=p2 uri=sip:b2@h");
+    story.say("C>P 486 Busy Here branch=p2 ttag=c");
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+}
+
+TEST(CallMapperEndTest, FollowsABoundedNumberOfServers)
+{
+    CCallStory story;
+    const auto nTooMany = static_cast<int>(CRequestOrigin::cMaxBranches) + 1;
+    for (int n = 1; n <= nTooMany; ++n)
+        story.say("A>P INVITE branch=a" + std::to_string(n));
+    story.say("P>A 486 Busy Here ttag=p branch=a" + std::to_string(nTooMany));
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+    story.say("P>A 486 Busy Here ttag=p branch=a" + std::to_string(nTooMany - 1));
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+}
+
 TEST(CallMapperEndTest, TellsHopsApartWhereAllShareOneAddress)
 {
     CCallStory story;
