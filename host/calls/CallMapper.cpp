@@ -11,6 +11,7 @@
 namespace {
 
 constexpr std::int64_t cSecond = 1'000'000;
+constexpr std::string_view cAfterTheEnd = "INVITE of a call that has ended";
 constexpr std::uint64_t cSecondsFrom1601To1970 = 11'644'473'600ULL;
 
 std::size_t repeatHash(const CSipMessage& message, const CEndpoint& source, const CEndpoint& destination)
@@ -68,7 +69,7 @@ void CCallMapper::onMessage(const CSipMessage& message, const CEndpoint& source,
     if (pCall->bEnded)
     {
         m_counts.ignore(message.isRequest() && message.sMethod == "INVITE" && message.to.sTag.empty()
-                            ? "INVITE of a call that has ended"
+                            ? cAfterTheEnd
                             : "message of a call that has ended");
         return;
     }
@@ -98,18 +99,24 @@ CTrackedCall* CCallMapper::findOrBegin(const CContext& context)
 
 CTrackedCall* CCallMapper::begin(const CContext& context)
 {
+    const std::string sRecordID =
+        "sip:" + context.message.sCallID; // alone a Call-ID may be "*", which means every call
+    if (!m_sink.onCallBegin(sRecordID))
+    {
+        m_counts.ignore(cAfterTheEnd);
+        return nullptr;
+    }
     makeRoom();
     auto pNew = std::make_unique<CTrackedCall>();
     CTrackedCall& call = *pNew;
     call.sCallID = context.message.sCallID;
-    call.sRecordID = "sip:" + call.sCallID; // a Call-ID may be "*", which as a record ID means every call
+    call.sRecordID = sRecordID;
     call.origin = context.source;
     call.sOriginTag = context.message.from.sTag;
     call.llLast = context.llTime;
     call.itDeadline = m_mmapDeadlines.emplace(0, &call);
     m_mapCalls.emplace(call.sCallID, std::move(pNew));
     ++m_uOpen;
-    m_sink.onCallBegin(call.sRecordID);
     describeParties(call, context);
     call.itRinging = m_mmapRinging.emplace(call.sCalled, &call);
     relateNewCall(call, context);

@@ -73,13 +73,16 @@ bool CReplaySession::replay(const std::string& sPath, const CCallMapperSettings&
     return bRead;
 }
 
-void CReplaySession::onCallBegin(const std::string& sRecordID)
+bool CReplaySession::onCallBegin(const std::string& sRecordID)
 {
-    m_pSink->onCallBegin(sRecordID);
-    if (!m_sWatched.empty())
-        return;
-    m_sWatched = sRecordID;
-    (void)m_pOne->start(cServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
+    if (!m_pSink->onCallBegin(sRecordID))
+        return false;
+    if (m_sWatched.empty())
+    {
+        m_sWatched = sRecordID;
+        (void)m_pOne->start(cServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
+    }
+    return true;
 }
 
 void CReplaySession::onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges)

@@ -64,7 +64,7 @@ public:
     CSessionResult result() const;
 
 private:
-    void onCallBegin(const std::string& sRecordID) override;
+    [[nodiscard]] bool onCallBegin(const std::string& sRecordID) override;
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
     void onCallEnd(const std::string& sRecordID) override;
 

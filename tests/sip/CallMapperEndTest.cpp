@@ -322,6 +322,19 @@ TEST(CallMapperEndTest, ForgetsAnEndedCallWhenItsRepeatsHaveDiedAway)
     EXPECT_EQ(story.counts().count("message of a call whose beginning was not seen"), 1U);
 }
 
+TEST(CallMapperEndTest, DoesNotBeginAgainUnderTheIdOfACallThatHasEnded)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 486 Busy Here branch=a1 ttag=b");
+    story.silence(33).say("A>P INVITE branch=a1");
+    story.say("P>A 404 Not Found branch=a1 ttag=b");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+    EXPECT_EQ(story.sink().ended(), 1U);
+    EXPECT_EQ(story.mapper().openCalls(), 0U);
+    EXPECT_EQ(story.counts().count("INVITE of a call that has ended"), 1U);
+}
+
 TEST(CallMapperEndTest, AnswersAndMediaFollowTheOffersWay)
 {
     CCallStory story;

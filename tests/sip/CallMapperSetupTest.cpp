@@ -30,7 +30,7 @@ TEST(CallMapperSetupTest, EndsEachValueWithOneZeroByte)
 {
     struct CSink final : CCallSink
     {
-        void onCallBegin(const std::string&) override {}
+        bool onCallBegin(const std::string&) override { return true; }
         void onCallUpdate(const std::string&, const std::vector<CCallChange>& vecChanges) override
         {
             for (const CCallChange& change : vecChanges)
