@@ -119,6 +119,13 @@ void CCaptureIntake::message(CCapturedMessage&& message)
         m_fnMessage(message);
 }
 
+void CCaptureIntake::endFile()
+{
+    m_reorder.flush();
+    m_clock.restart();
+    m_clockHep.restart();
+}
+
 void CCaptureIntake::flush()
 {
     m_tcp.flush(m_llLast);

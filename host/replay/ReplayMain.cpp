@@ -63,8 +63,8 @@ private:
 void declareOptions(CLI::App& app, COptions& options)
 {
     app.add_option("CAPTURE", options.vecCaptures,
-                   "pcap or pcapng files, of SIP signalling or of HEPv3 datagrams; replayed one after the other into "
-                   "one store")
+                   "pcap or pcapng files, of SIP signalling or of HEPv3 datagrams; replayed one after the other, as if "
+                   "they were one, into one store")
         ->required();
     app.add_option("--compare", options.sCompare,
                    "replay this capture too, into a fresh store, and say whether the records are the same");
@@ -106,13 +106,12 @@ std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCapt
         std::cerr << "cdsreplay: " << sError << "; the trace log (--log-dir) says more\n";
         return std::nullopt;
     }
-    for (const std::string& sPath : vecCaptures)
-        if (!session.replay(sPath, options.settings, options.bCloseOpen, &sError))
-        {
-            std::cerr << "cdsreplay: cannot read the capture " << printable(sPath) << ": " << printable(sError)
-                      << "\nGive the path of a pcap or pcapng file that this user may read.\n";
-            return std::nullopt;
-        }
+    if (!session.replay(vecCaptures, options.settings, options.bCloseOpen, &sError))
+    {
+        std::cerr << "cdsreplay: cannot read the capture " << printable(sError)
+                  << "\nGive the path of a pcap or pcapng file that this user may read.\n";
+        return std::nullopt;
+    }
     const bool bCame = !bWait || session.awaitLastDeliveries([](std::uint64_t ullCame, std::uint64_t ullExpected) {
         std::cerr << "waiting for the last deliveries, 30 to 40 seconds after the calls' ends: " << ullCame << " of "
                   << ullExpected << " came\n";

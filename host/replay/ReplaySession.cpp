@@ -61,16 +61,21 @@ bool CReplaySession::start(std::string* psError)
     return false;
 }
 
-bool CReplaySession::replay(const std::string& sPath, const CCallMapperSettings& settings, bool bCloseOpen,
-                            std::string* psError)
+bool CReplaySession::replay(const std::vector<std::string>& vecPaths, const CCallMapperSettings& settings,
+                            bool bCloseOpen, std::string* psError)
 {
-    CCaptureSummary summary;
     const auto begin = std::chrono::steady_clock::now();
-    const bool bRead = replayCapture(sPath, *this, settings, bCloseOpen, &summary, psError);
+    CCaptureReplay replay(*this, settings);
+    for (const std::string& sPath : vecPaths)
+        if (!replay.add(sPath, psError))
+        {
+            psError->insert(0, sPath + ": ");
+            return false;
+        }
+    replay.finish(bCloseOpen);
     m_replayTime += std::chrono::steady_clock::now() - begin;
-    if (bRead)
-        m_vecCaptures.push_back(std::move(summary));
-    return bRead;
+    m_vecCaptures = replay.captures();
+    return true;
 }
 
 bool CReplaySession::onCallBegin(const std::string& sRecordID)

@@ -50,9 +50,11 @@ public:
     /// Starts the store.
     [[nodiscard]] bool start(std::string* psError);
 
-    /// Replays a capture.
-    [[nodiscard]] bool replay(const std::string& sPath, const CCallMapperSettings& settings, bool bCloseOpen,
-                              std::string* psError);
+    /// Replays captures, one after the other as if they were one.
+    ///
+    /// @param psError  out: which file cannot be read, and why
+    [[nodiscard]] bool replay(const std::vector<std::string>& vecPaths, const CCallMapperSettings& settings,
+                              bool bCloseOpen, std::string* psError);
 
     /// Waits until the store has delivered every ended call a last time. It keeps the data of an ended call for 30
     /// seconds, in case somebody registers for it again, and looks every ten.
