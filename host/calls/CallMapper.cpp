@@ -16,10 +16,11 @@ constexpr std::uint64_t cSecondsFrom1601To1970 = 11'644'473'600ULL;
 
 std::size_t repeatHash(const CSipMessage& message, const CEndpoint& source, const CEndpoint& destination)
 {
-    // The To tag tells the answers of two forks apart, which reach the originator in one transaction.
+    // The To tag tells the answers of two forks apart, which reach the originator in one transaction; the number in
+    // RSeq tells the provisional responses of one that differ in nothing else.
     std::string sKey = std::to_string(message.dwCSeq) + ' ' + message.sMethod + ' ' + std::to_string(message.nCode) +
-                       ' ' + message.sBranch + ' ' + message.to.sTag + ' ' + source.toString() + ' ' +
-                       destination.toString();
+                       ' ' + message.sBranch + ' ' + message.to.sTag + ' ' + std::to_string(message.dwRSeq) + ' ' +
+                       source.toString() + ' ' + destination.toString();
     return std::hash<std::string>{}(sKey);
 }
 

@@ -41,7 +41,7 @@ struct CCallMapperSettings
 /// without a new Call-ID is a "forward" without other record.
 ///
 /// Bounded: calls, and in each the attempts, branches, tags, remembered messages and values. A call takes a few
-/// kilobytes, and some two hundred when everything in it is as long and as many as it may be.
+/// kilobytes, and some six hundred when everything in it is as long and as many as it may be.
 ///
 /// Threads  one thread.
 /// Units    microseconds since 1970, of the capture. The time between its messages alone moves the time-outs.

@@ -248,7 +248,11 @@ void parseDetails(const CSipHead& head, CSipMessage* pMessage)
         pMessage->sReplacesCallID = trim(std::string_view(*psReplaces).substr(0, psReplaces->find(';')));
     if (pMessage->sReplacesCallID.size() > cMaxCallID)
         pMessage->sReplacesCallID.clear();
-    pMessage->bReliable = head.field("rseq") != nullptr;
+    if (const std::string* psRSeq = head.field("rseq"))
+    {
+        pMessage->bReliable = true;
+        pMessage->dwRSeq = numberOf<std::uint32_t>(*psRSeq, 0);
+    }
     if (const std::string* psExpires = head.field("session-expires"))
         pMessage->dwSessionExpires = numberOf<std::uint32_t>(*psExpires, 0);
     if (const std::string* psType = head.field("content-type"))

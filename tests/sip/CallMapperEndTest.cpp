@@ -369,6 +369,49 @@ TEST(CallMapperEndTest, TakesTheAnswerOfAReliableProvisionalResponse)
     EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.2:5000;PCMA/8000;sendrecv"));
 }
 
+TEST(CallMapperEndTest, TellsTheMediaOfEachThatAnswersTheOffer)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.say("P>A 183 Progress branch=a1 ttag=x", {"RSeq: 1"}, audio("10.0.0.9", 9000));
+    story.say("P>A 200 OK branch=a1 ttag=y", {}, audio("10.0.0.2", 5000));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.9:9000;PCMA/8000;sendrecv",
+                                           "audio;10.0.0.1:4000>10.0.0.2:5000;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, TellsTheMediaOfEachThatMakesAnOffer)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 200 OK branch=a1 ttag=x", {}, audio("10.0.0.9", 9000));
+    story.say("P>A 200 OK branch=a1 ttag=y", {}, audio("10.0.0.2", 5000));
+    story.say("A>P ACK branch=a2 ttag=x", {}, audio("10.0.0.1", 4000));
+    story.say("A>P ACK branch=a3 ttag=y", {}, audio("10.0.0.1", 4002));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.9:9000>10.0.0.1:4000;PCMA/8000;sendrecv",
+                                           "audio;10.0.0.2:5000>10.0.0.1:4002;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, TellsReliableProvisionalResponsesApart)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 1"});
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 2"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.mapper().repeats(), 0U);
+    EXPECT_EQ(story.media().size(), 1U);
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 2"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.mapper().repeats(), 1U);
+}
+
+TEST(CallMapperEndTest, TellsTheMediaOfABoundedNumberOfAnswers)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    for (int n = 0; n < 100; ++n)
+        story.say("P>A 183 Progress branch=a1 ttag=t" + std::to_string(n), {"RSeq: 1"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.media().size(), CMediaNegotiation::cMaxAnswerers);
+}
+
 TEST(CallMapperEndTest, TakesTheMediaOfTheOriginatorsDialogOnly)
 {
     CCallStory story; // P keeps the Call-ID and writes its own tags

@@ -144,6 +144,7 @@ TEST(SipParserTest, ReadsReasonReplacesReferAndTimers)
     EXPECT_EQ(message.referTo.identity(), "carol");
     EXPECT_EQ(message.dwSessionExpires, 1800U);
     EXPECT_TRUE(message.bReliable);
+    EXPECT_EQ(message.dwRSeq, 1U);
 }
 
 TEST(SipParserTest, CutsTheBodyToContentLengthWhereItIsANumber)
