@@ -93,6 +93,8 @@ void CTcpReassembly::take(CStream& stream, CSegment segment, std::int64_t llMicr
         stream.bStarted = true;
         stream.dwNext = segment.dwSequence;
     }
+    if (!follow(stream, segment, llMicros))
+        return;
     const std::int32_t lAhead = distance(stream.dwNext, segment.dwSequence);
     if (lAhead > 0)
     {
@@ -106,6 +108,26 @@ void CTcpReassembly::take(CStream& stream, CSegment segment, std::int64_t llMicr
     stream.dwNext += static_cast<std::uint32_t>(segment.data.size());
     stream.pSink->onBytes(segment.data, llMicros);
     deliverWaiting(stream, llMicros);
+}
+
+/// Whether a segment belongs to its stream. One that is far away does when it goes on from another such one.
+bool CTcpReassembly::follow(CStream& stream, const CSegment& segment, std::int64_t llMicros)
+{
+    const std::int32_t lAhead = distance(stream.dwNext, segment.dwSequence);
+    if (lAhead >= -cMaxDistance && lAhead <= cMaxDistance)
+        return true;
+    const bool bGoesOn = stream.dwFar == segment.dwSequence;
+    stream.dwFar = segment.dwSequence + static_cast<std::uint32_t>(segment.data.size());
+    if (!bGoesOn)
+    {
+        m_counts.refuse("TCP segment far from the others of its stream");
+        return false;
+    }
+    skipGap(stream, llMicros);
+    m_counts.warn("bytes of a TCP stream are missing");
+    stream.pSink->onGap();
+    stream.dwNext = segment.dwSequence;
+    return true;
 }
 
 void CTcpReassembly::wait(CStream& stream, const CSegment& segment, std::int64_t llMicros)
