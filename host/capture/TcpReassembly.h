@@ -35,8 +35,8 @@ protected:
     ~CTcpStreamFactory() = default;
 };
 
-/// Puts the segments of TCP connections in order. Each direction is a stream of its own; one that was up before the
-/// capture began is taken from its first segment on.
+/// Puts the segments of TCP connections in order. Each direction is a stream of its own, from its SYN, or from its
+/// first data when it was up before the capture began, to the byte that its FIN follows.
 ///
 /// A segment that is further away from the others than any window reaches is dropped, unless the next such segment goes
 /// on from it: then the capture has lost much, and the stream is taken from there on.
@@ -80,6 +80,7 @@ private:
         std::uint32_t dwBase = 0; // sequence number that distances are counted from
         std::size_t uWaitingBytes = 0;
         std::int64_t llGapSince = 0;
+        std::optional<std::uint32_t> dwEnd; // sequence number behind the last byte, once a FIN told it
         std::optional<std::uint32_t> dwFar; // what follows the segment that was dropped as too far away
     };
     using CStreams = std::list<CStream>;
@@ -91,7 +92,7 @@ private:
     };
 
     bool parse(CBytes segment, CEndpoint* pSource, CEndpoint* pDestination, CSegment* pSegment);
-    CStreams::iterator find(const CEndpoint& source, const CEndpoint& destination);
+    CStreams::iterator find(const CEndpoint& source, const CEndpoint& destination, bool bMake);
     void take(CStream& stream, CSegment segment, std::int64_t llMicros);
     bool follow(CStream& stream, const CSegment& segment, std::int64_t llMicros);
     void wait(CStream& stream, const CSegment& segment, std::int64_t llMicros);

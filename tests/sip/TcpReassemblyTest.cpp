@@ -122,6 +122,37 @@ TEST_F(TcpReassemblyTest, EndsAStreamWithItsLastSegment)
     EXPECT_EQ(m_reassembly.streams(), 0U);
 }
 
+TEST_F(TcpReassemblyTest, EndsAStreamOnlyWhereItsLastByteIs)
+{
+    segment(100, "abc");
+    segment(109, "", 16 | 1);
+    segment(50, "", 16 | 1);
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+    segment(103, "def");
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+    segment(106, "ghi");
+    EXPECT_EQ(m_sStream, "abcdefghi");
+    EXPECT_EQ(m_reassembly.streams(), 0U) << "the end was known before the last bytes";
+}
+
+TEST_F(TcpReassemblyTest, MakesNoStreamOfSegmentsWithoutData)
+{
+    for (const int nFlags : {16, 16 | 1, 16 | 4})
+    {
+        segment(100, "", static_cast<std::uint8_t>(nFlags));
+        EXPECT_EQ(m_reassembly.streams(), 0U);
+    }
+}
+
+TEST_F(TcpReassemblyTest, BelievesNoEndThatIsFarFromTheOthers)
+{
+    segment(100, "abc");
+    segment(0x60000000, "stray", 16 | 1);
+    segment(103, "def");
+    EXPECT_EQ(m_sStream, "abcdef");
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+}
+
 TEST_F(TcpReassemblyTest, DropsASegmentFarFromTheOthers)
 {
     segment(100, "abc");
