@@ -21,6 +21,7 @@ struct CCallMapperSettings
     std::int64_t llAnsweredIdleSeconds = 4LL * 3600;
     /// A call that was not answered. Servers give up an INVITE after three minutes without news.
     std::int64_t llRingingIdleSeconds = 300;
+    /// Calls at a time. When there are more, the one whose time-out comes first gives way.
     std::size_t uMaxCalls = 100'000;
 };
 

@@ -81,7 +81,8 @@ void declareOptions(CLI::App& app, COptions& options)
                    "close an unanswered call after so many silent seconds of the capture")
         ->check(CLI::Range(1, 604'800))
         ->capture_default_str();
-    app.add_option("--max-calls", options.settings.uMaxCalls, "calls followed at a time; the idlest one gives way")
+    app.add_option("--max-calls", options.settings.uMaxCalls,
+                   "calls followed at a time; when there are more, the one that would be closed first gives way")
         ->check(CLI::Range(1, 10'000'000))
         ->capture_default_str();
     app.add_option("--log-dir", options.sLogDirectory, "keep the store's trace log in this directory")

@@ -221,6 +221,18 @@ TEST(CallMapperSetupTest, FollowsABoundedNumberOfCalls)
     EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "c9"), IsEmpty());
 }
 
+TEST(CallMapperSetupTest, GivesUpTheCallThatWouldBeClosedFirst)
+{
+    CCallMapperSettings settings;
+    settings.uMaxCalls = 2;
+    CCallStory story(settings);
+    story.answer();
+    story.after(1).say("A>P INVITE call=ringing");
+    story.after(1).say("A>P INVITE call=new");
+    EXPECT_THAT(story.disconnects(), IsEmpty()) << "it was silent longer, but may be";
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "ringing"), ElementsAre("timeout;-;too many calls"));
+}
+
 TEST(CallMapperSetupTest, KeepsABoundedNumberOfValuesButAlwaysTheEnd)
 {
     CCallStory story;

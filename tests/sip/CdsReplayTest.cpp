@@ -109,6 +109,7 @@ TEST(CdsReplayTest, HelpsOnStandardOutput)
     const CRun help = run("--help");
     EXPECT_EQ(help.nExit, 0);
     EXPECT_THAT(help.sOutput, HasSubstr("Exit status: 0 done, 1 refused or failed"));
+    EXPECT_THAT(help.sOutput, HasSubstr("the one that would be closed first gives way"));
     const CRun version = run("--version");
     EXPECT_EQ(version.nExit, 0);
     EXPECT_THAT(version.sOutput, testing::StartsWith("cdsreplay "));
