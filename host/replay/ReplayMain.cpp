@@ -89,11 +89,13 @@ void declareOptions(CLI::App& app, COptions& options)
         ->check(CLI::ExistingDirectory);
     app.add_flag("--json", options.bJson, "write one JSON object instead of tables");
     app.set_version_flag("--version", "cdsreplay " CDS_VERSION);
-    app.footer("Exit status: 0 done, 1 refused or failed (also when --compare finds a difference), 2 misuse.\n\n"
-               "Examples:\n"
-               "  cdsreplay calls.pcap\n"
-               "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
-               "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
+    app.footer(
+        "Exit status: 0 done, 1 refused or failed (also when a capture is damaged, when --watch names a call that is "
+        "not there, and when --compare finds a difference), 2 misuse.\n\n"
+        "Examples:\n"
+        "  cdsreplay calls.pcap\n"
+        "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
+        "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
 }
 
 /// @return nothing on failure, after having said why
@@ -125,23 +127,34 @@ std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCapt
     return session.result();
 }
 
+/// @return whether there was nothing to complain about
+bool complain(const CSessionResult& result, const std::string& sWatch)
+{
+    const auto vecComplaints = complaints(result, sWatch);
+    for (const std::string& sComplaint : vecComplaints)
+        std::cerr << "cdsreplay: " << sComplaint << '\n';
+    return vecComplaints.empty();
+}
+
 int run(const COptions& options)
 {
     const CLogDirectory logDirectory(options.sLogDirectory);
     const auto result = runSession(options.vecCaptures, options, !options.bNoWait);
     if (!result)
         return exit_failed;
+    bool bDone = complain(*result, options.sWatch);
     std::optional<CComparison> comparison;
     if (!options.sCompare.empty())
     {
         const auto other = runSession({options.sCompare}, options, false);
         if (!other)
             return exit_failed;
+        bDone = complain(*other, "") && bDone; // what is to be watched was asked of the first
         comparison = compareRecords(*result, *other);
     }
     (options.bJson ? writeJson : writeReport)(std::cout, *result, comparison ? &*comparison : nullptr);
     std::cout.flush();
-    const bool bDone = result->ullFailures == 0 && (!comparison || comparison->same()) && std::cout.good();
+    bDone = bDone && (!comparison || comparison->same()) && std::cout.good();
     return bDone ? exit_done : exit_failed;
 }
 

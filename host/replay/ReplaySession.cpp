@@ -12,14 +12,14 @@ constexpr const char* cServerIP = "127.0.0.1";
 constexpr std::chrono::seconds cLastDeliveryLimit{60};
 constexpr std::chrono::seconds cProgressInterval{5};
 
+} // namespace
+
 std::string codeText(long lCode)
 {
     char szText[16] = "";
     (void)std::snprintf(szText, sizeof szText, "0x%08lX", static_cast<unsigned long>(lCode) & 0xFFFFFFFFUL);
     return szText;
 }
-
-} // namespace
 
 CReplaySession::CReplaySession(std::string sWatch) : m_sWatched(std::move(sWatch))
 {

@@ -34,6 +34,9 @@ struct CSessionResult
     std::chrono::nanoseconds updateTime{0}; ///< of that in the store: updating and delivering
 };
 
+/// A result code of the store as its trace log writes it.
+[[nodiscard]] std::string codeText(long lCode);
+
 /// One store with three registrants, and captures replayed into it: a registrant of one call, one of all calls, and
 /// one that wants only the last delivery of each call.
 ///

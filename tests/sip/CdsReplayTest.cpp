@@ -1,10 +1,12 @@
 // The program as a person runs it: exit status, output, errors.
 
 #include <cstdio>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -95,6 +97,29 @@ TEST(CdsReplayTest, SaysWhatItCouldNotRead)
     EXPECT_EQ(result.nExit, 1);
     EXPECT_THAT(result.sOutput, HasSubstr("cannot read the capture no/such.pcap"));
     EXPECT_EQ(run(s_sFolder + "README.md").nExit, 1);
+}
+
+TEST(CdsReplayTest, SaysThatTheCallToWatchIsNotThere)
+{
+    const CRun result = run("2>&1 " + s_sFolder + "sip.pcap --no-wait-eoc --watch nobody@nowhere");
+    EXPECT_EQ(result.nExit, 1);
+    EXPECT_THAT(result.sOutput, HasSubstr("no call with the Call-ID nobody@nowhere"));
+    EXPECT_THAT(result.sOutput, HasSubstr("200 calls\n"));
+}
+
+TEST(CdsReplayTest, ShowsWhatADamagedCaptureHeldAndFails)
+{
+    const std::string sDamaged = testing::TempDir() + "damaged-" + std::to_string(getpid()) + ".pcap";
+    std::filesystem::copy_file(s_sFolder + "sip.pcap", sDamaged, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file(sDamaged, std::filesystem::file_size(sDamaged) - 7);
+    for (const std::string& sArguments : {sDamaged, s_sFolder + "sip.pcap --compare " + sDamaged})
+    {
+        const CRun result = run("2>&1 --no-wait-eoc " + sArguments);
+        EXPECT_EQ(result.nExit, 1);
+        EXPECT_THAT(result.sOutput, HasSubstr("cdsreplay: the capture " + sDamaged + " is damaged"));
+        EXPECT_THAT(result.sOutput, HasSubstr("200 calls\n"));
+    }
+    std::filesystem::remove(sDamaged);
 }
 
 TEST(CdsReplayTest, TellsMisuseFromFailure)
