@@ -40,4 +40,12 @@ TEST(ReplayReportTest, WritesACodeAsTheTraceLogDoes)
     EXPECT_EQ(codeText(-1), "0xFFFFFFFF");
 }
 
+TEST(ReplayReportTest, ReplacesWhatATerminalWouldObey)
+{
+    EXPECT_EQ(printable("a\x1B[31m\xC2\x9B"
+                        "31m"),
+              "a\xEF\xBF\xBD[31m\xEF\xBF\xBD"
+              "31m");
+}
+
 } // namespace
