@@ -16,10 +16,11 @@ constexpr std::size_t cMaxInput = 16384;
 class CCheckingSink final : public CCallSink
 {
 public:
-    void onCallBegin(const std::string& sRecordID) override
+    bool onCallBegin(const std::string& sRecordID) override
     {
         FUZZ_CHECK(sRecordID.starts_with("sip:") && sRecordID.size() > 4);
         m_setOpen.insert(sRecordID);
+        return true;
     }
 
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override

@@ -11,14 +11,16 @@
 namespace {
 
 constexpr std::int64_t cSecond = 1'000'000;
+constexpr std::string_view cAfterTheEnd = "INVITE of a call that has ended";
 constexpr std::uint64_t cSecondsFrom1601To1970 = 11'644'473'600ULL;
 
 std::size_t repeatHash(const CSipMessage& message, const CEndpoint& source, const CEndpoint& destination)
 {
-    // The To tag tells the answers of two forks apart, which reach the originator in one transaction.
+    // The To tag tells the answers of two forks apart, which reach the originator in one transaction; the number in
+    // RSeq tells the provisional responses of one that differ in nothing else.
     std::string sKey = std::to_string(message.dwCSeq) + ' ' + message.sMethod + ' ' + std::to_string(message.nCode) +
-                       ' ' + message.sBranch + ' ' + message.to.sTag + ' ' + source.toString() + ' ' +
-                       destination.toString();
+                       ' ' + message.sBranch + ' ' + message.to.sTag + ' ' + std::to_string(message.dwRSeq) + ' ' +
+                       source.toString() + ' ' + destination.toString();
     return std::hash<std::string>{}(sKey);
 }
 
@@ -55,8 +57,8 @@ void CCallMapper::onMessage(const CSipMessage& message, const CEndpoint& source,
                             std::int64_t llMicros)
 {
     ++m_ullMessages;
-    advance(llMicros);
-    const CContext context{message, source, destination, llMicros};
+    const CContext context{message, source, destination, llMicros, m_clock.take(llMicros)};
+    closeOverdue();
     CTrackedCall* pCall = findOrBegin(context);
     if (pCall == nullptr)
         return;
@@ -68,11 +70,11 @@ void CCallMapper::onMessage(const CSipMessage& message, const CEndpoint& source,
     if (pCall->bEnded)
     {
         m_counts.ignore(message.isRequest() && message.sMethod == "INVITE" && message.to.sTag.empty()
-                            ? "INVITE of a call that has ended"
+                            ? cAfterTheEnd
                             : "message of a call that has ended");
         return;
     }
-    pCall->llLast = std::max(pCall->llLast, llMicros);
+    pCall->llLast = context.llTime;
     dispatch(*pCall, context);
     emit(*pCall);
     setDeadline(*pCall);
@@ -98,18 +100,24 @@ CTrackedCall* CCallMapper::findOrBegin(const CContext& context)
 
 CTrackedCall* CCallMapper::begin(const CContext& context)
 {
+    const std::string sRecordID =
+        "sip:" + context.message.sCallID; // alone a Call-ID may be "*", which means every call
+    if (!m_sink.onCallBegin(sRecordID))
+    {
+        m_counts.ignore(cAfterTheEnd);
+        return nullptr;
+    }
     makeRoom();
     auto pNew = std::make_unique<CTrackedCall>();
     CTrackedCall& call = *pNew;
     call.sCallID = context.message.sCallID;
-    call.sRecordID = "sip:" + call.sCallID; // a Call-ID may be "*", which as a record ID means every call
+    call.sRecordID = sRecordID;
     call.origin = context.source;
     call.sOriginTag = context.message.from.sTag;
-    call.llLast = context.llMicros;
+    call.llLast = context.llTime;
     call.itDeadline = m_mmapDeadlines.emplace(0, &call);
     m_mapCalls.emplace(call.sCallID, std::move(pNew));
     ++m_uOpen;
-    m_sink.onCallBegin(call.sRecordID);
     describeParties(call, context);
     call.itRinging = m_mmapRinging.emplace(call.sCalled, &call);
     relateNewCall(call, context);
@@ -124,7 +132,8 @@ void CCallMapper::makeRoom()
         if (!call.bEnded)
         {
             m_counts.warn("too many calls: one was closed");
-            end(call, "timeout", "-", "too many calls", "closed: too many calls at once", m_llNow);
+            end(call, "timeout", "-", "too many calls", "closed: too many calls at once",
+                m_clock.stampOf(m_clock.now()));
             emit(call);
         }
         forget(call);
@@ -160,10 +169,9 @@ void CCallMapper::dispatch(CTrackedCall& call, const CContext& context)
     }
 }
 
-void CCallMapper::advance(std::int64_t llMicros)
+void CCallMapper::closeOverdue()
 {
-    m_llNow = std::max(m_llNow, llMicros);
-    while (!m_mmapDeadlines.empty() && m_mmapDeadlines.begin()->first <= m_llNow)
+    while (!m_mmapDeadlines.empty() && m_mmapDeadlines.begin()->first <= m_clock.now())
     {
         CTrackedCall& call = *m_mmapDeadlines.begin()->second;
         if (call.bEnded)
@@ -173,15 +181,16 @@ void CCallMapper::advance(std::int64_t llMicros)
     }
 }
 
-void CCallMapper::expire(CTrackedCall& call, std::int64_t llMicros)
+void CCallMapper::expire(CTrackedCall& call, std::int64_t llTime)
 {
+    const std::int64_t llMicros = m_clock.stampOf(llTime);
     if (call.rejection)
     {
         const CRejection rejection = *call.rejection;
         const std::string sCode = std::to_string(rejection.nCode);
         end(call, "failed", sCode, rejection.sReason, sCode + " " + rejection.sReason, rejection.llMicros);
     }
-    else if (call.llSessionEnd != 0 && llMicros >= call.llSessionEnd)
+    else if (call.llSessionEnd != 0 && llTime >= call.llSessionEnd)
         end(call, "timeout", "-", "session timer", "closed: the session was not refreshed in time", llMicros);
     else
         end(call, "timeout", "-", "idle", "closed: nothing was heard of the call", llMicros);
@@ -197,10 +206,10 @@ void CCallMapper::finish(bool bCloseOpen)
             continue;
         if (pCall->rejection)
         {
-            expire(*pCall, m_llNow);
+            expire(*pCall, m_clock.now());
             continue;
         }
-        end(*pCall, "timeout", "-", "capture ended", "closed: the capture ended", m_llNow);
+        end(*pCall, "timeout", "-", "capture ended", "closed: the capture ended", m_clock.stampOf(m_clock.now()));
         emit(*pCall);
         setDeadline(*pCall);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "calls/CallClock.h"
 #include "calls/CallSink.h"
 #include "calls/TrackedCall.h"
 #include "calls/TransferWatch.h"
@@ -20,29 +21,31 @@ struct CCallMapperSettings
     std::int64_t llAnsweredIdleSeconds = 4LL * 3600;
     /// A call that was not answered. Servers give up an INVITE after three minutes without news.
     std::int64_t llRingingIdleSeconds = 300;
+    /// Calls at a time. When there are more, the one whose time-out comes first gives way.
     std::size_t uMaxCalls = 100'000;
 };
 
 /// Turns SIP messages into changes of call records: one record a Call-ID.
 ///
-/// A call begins with the first INVITE without To tag. It ends with the first BYE that leaves no answered dialog, or
-/// with the final response of 300 or above that reaches the originator. A response that asks for another try (401, 407,
-/// 422, a redirection) ends the call when no other try follows for as long as a call may ring unheard (a person may
-/// have to type a password), or before the capture ends.
+/// A call begins with the first INVITE without To tag. It ends with the first BYE (of whichever answer, when there are
+/// several), or with the final response of 300 or above that reaches the originator. A response that asks for another
+/// try (401, 407, 422, a redirection) ends the call when no other try follows for as long as a call may ring unheard (a
+/// person may have to type a password), or before the capture ends. Any other ends it even when the originator goes on
+/// to another server, as after a 503.
 ///
 /// Whose side is whose: the originator is the source of the call's first sighting. A response reaches it when it
-/// carries the Via branch of that sighting; so a message seen on both sides of a proxy is told apart even where
-/// all parties share one address.
+/// carries the Via branch of that sighting, or of the same request on its way from there to another server; so a
+/// message seen on both sides of a proxy is told apart even where all parties share one address.
 ///
 /// Relations (property CALL_RELATION, with the other record in RELATED_CALLID): "replaces" and "replaced", "transfer"
 /// and "transferred", "forward" and "forwarded"; the former stands in the newer record. A call that is forwarded
 /// without a new Call-ID is a "forward" without other record.
 ///
 /// Bounded: calls, and in each the attempts, branches, tags, remembered messages and values. A call takes a few
-/// kilobytes, and some two hundred when everything in it is as long and as many as it may be.
+/// kilobytes, and some six hundred when everything in it is as long and as many as it may be.
 ///
 /// Threads  one thread.
-/// Units    microseconds since 1970, of the capture; its clock alone moves the time-outs.
+/// Units    microseconds since 1970, of the capture. The time between its messages alone moves the time-outs.
 class CCallMapper
 {
 public:
@@ -62,9 +65,6 @@ public:
     void onMessage(const CSipMessage& message, const CEndpoint& source, const CEndpoint& destination,
                    std::int64_t llMicros);
 
-    /// Lets time pass: closes what is overdue.
-    void advance(std::int64_t llMicros);
-
     /// The capture is over. Rejections stand; other open calls stay open, unless they are to be closed.
     void finish(bool bCloseOpen);
 
@@ -83,7 +83,8 @@ private:
     void forget(CTrackedCall& call);
     void dispatch(CTrackedCall& call, const CContext& context);
     void setDeadline(CTrackedCall& call);
-    void expire(CTrackedCall& call, std::int64_t llMicros);
+    void closeOverdue();
+    void expire(CTrackedCall& call, std::int64_t llTime);
     void emit(CTrackedCall& call);
     void setProperty(CTrackedCall& call, const std::string& sName, std::string_view sValue, std::int64_t llMicros);
     void appendEntry(CTrackedCall& call, const std::string& sName, std::string_view sValue, std::int64_t llMicros);
@@ -110,7 +111,7 @@ private:
     void onInviteResponse(CTrackedCall& call, const CContext& context);
     void onBranchFinal(CTrackedCall& call, const CContext& context, CInviteAttempt& attempt);
     void routeFinal(CTrackedCall& call, const CContext& context, const CInviteBranch& branch);
-    void onAnswer(CTrackedCall& call, const CContext& context, bool bReachesOriginator);
+    void onAnswer(CTrackedCall& call, const CContext& context);
     void onRejected(CTrackedCall& call, const CContext& context);
     void onBye(CTrackedCall& call, const CContext& context);
     void noteMedia(CTrackedCall& call, const CContext& context);
@@ -121,10 +122,10 @@ private:
     const CCallMapperSettings m_settings;
     CTransferWatch m_transfers;
     std::map<std::string, std::unique_ptr<CTrackedCall>> m_mapCalls; // Call-ID -> call
-    CDeadlines m_mmapDeadlines;                              // when something is to happen without a message -> call
+    CDeadlines m_mmapDeadlines;                              // time when something happens without a message -> call
     std::multimap<std::string, CTrackedCall*> m_mmapRinging; // called user -> calls that have not ended
     std::vector<CTrackedCall*> m_vecTouched;                 // calls that the message at hand changed besides its own
-    std::int64_t m_llNow = 0;
+    CCallClock m_clock;
     std::size_t m_uOpen = 0;
     std::uint64_t m_ullMessages = 0;
     std::uint64_t m_ullRepeats = 0;
@@ -136,4 +137,5 @@ struct CCallMapper::CContext
     const CEndpoint& source;
     const CEndpoint& destination;
     std::int64_t llMicros;
+    std::int64_t llTime; // by the call clock
 };

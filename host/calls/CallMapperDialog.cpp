@@ -25,9 +25,9 @@ void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
         return; // of a later INVITE inside the dialog: it ends nothing and answers nothing new
     CInviteAttempt& attempt = it->second;
     // Old equipment writes no branch; then the address must do.
-    const bool bSameHop = response.sBranch.empty() || attempt.sOriginBranch.empty()
+    const bool bSameHop = response.sBranch.empty() || attempt.origin.hasBranch("")
                               ? context.destination.address == call.origin.address
-                              : response.sBranch == attempt.sOriginBranch;
+                              : attempt.origin.hasBranch(response.sBranch);
     const bool bReachesOriginator = bSameHop && response.from.sTag == call.sOriginTag;
     if (bReachesOriginator && !response.to.sTag.empty() && call.setDialogTags.size() < cMaxTags)
         call.setDialogTags.insert(response.to.sTag);
@@ -35,7 +35,7 @@ void CCallMapper::onInviteResponse(CTrackedCall& call, const CContext& context)
         return;
     onBranchFinal(call, context, attempt);
     if (response.nCode < 300)
-        onAnswer(call, context, bReachesOriginator);
+        onAnswer(call, context);
     else if (bReachesOriginator && !call.bConnected)
         onRejected(call, context);
 }
@@ -64,11 +64,9 @@ void CCallMapper::routeFinal(CTrackedCall& call, const CContext& context, const 
         route(call, context, sContact, branch.destination, sCode);
 }
 
-void CCallMapper::onAnswer(CTrackedCall& call, const CContext& context, bool bReachesOriginator)
+void CCallMapper::onAnswer(CTrackedCall& call, const CContext& context)
 {
     const CSipMessage& response = context.message;
-    if (bReachesOriginator && call.setAnswered.size() < cMaxTags)
-        call.setAnswered.insert(response.to.sTag);
     if (call.bConnected)
         return;
     call.bConnected = true;
@@ -95,17 +93,6 @@ void CCallMapper::onRejected(CTrackedCall& call, const CContext& context)
 void CCallMapper::onBye(CTrackedCall& call, const CContext& context)
 {
     const CSipMessage& bye = context.message;
-    for (const std::string& sTag : {bye.to.sTag, bye.from.sTag})
-    {
-        // When two telephones answer at once the caller hangs up on one of them; the call goes on with the other.
-        if (call.setAnswered.size() > 1 && call.setAnswered.erase(sTag) != 0)
-        {
-            call.setReleased.insert(sTag);
-            return;
-        }
-        if (call.setReleased.contains(sTag))
-            return;
-    }
     const bool bCaller = call.setCallerTags.contains(bye.from.sTag) ||
                          (!call.setCallerTags.contains(bye.to.sTag) && context.source.address == call.origin.address);
     std::string sCode = "-";
@@ -126,7 +113,7 @@ void CCallMapper::noteMedia(CTrackedCall& call, const CContext& context)
     // A server that writes tags of its own offers the same media again on its other side.
     if (!call.setDialogTags.contains(context.message.from.sTag))
         return;
-    for (const std::string& sMedia : call.media.take(context.message))
+    for (const std::string& sMedia : call.media.take(context.message, context.source))
         appendEntry(call, CDSLOG_MEDIASTREAM_ENTRY, sMedia, context.llMicros);
     for (std::uint64_t ull = call.media.takeUnreadable(); ull > 0; --ull)
         m_counts.warn("session description unreadable");
@@ -143,5 +130,5 @@ void CCallMapper::noteSessionTimer(CTrackedCall& call, const CContext& context)
     call.llSessionEnd =
         response.dwSessionExpires == 0
             ? 0
-            : context.llMicros + std::int64_t{std::max(response.dwSessionExpires, cMinSessionSeconds)} * 1'000'000;
+            : context.llTime + std::int64_t{std::max(response.dwSessionExpires, cMinSessionSeconds)} * 1'000'000;
 }

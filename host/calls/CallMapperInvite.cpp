@@ -57,8 +57,6 @@ void CCallMapper::onInvite(CTrackedCall& call, const CContext& context)
     CInviteAttempt& attempt = it->second;
     if (bNew)
     {
-        attempt.sOriginBranch = invite.sBranch;
-        attempt.origin = context.source;
         if (call.rejection && context.source.address == call.origin.address)
         {
             call.rejection.reset(); // the originator tries again, perhaps under another tag
@@ -67,6 +65,7 @@ void CCallMapper::onInvite(CTrackedCall& call, const CContext& context)
         if (call.setCallerTags.size() < cMaxTags)
             call.setCallerTags.insert(invite.from.sTag);
     }
+    attempt.origin.note(invite, context.source);
     if (call.setDialogTags.size() < cMaxTags)
         call.setDialogTags.insert(call.sOriginTag);
     noteForwarding(call, context);

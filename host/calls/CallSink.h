@@ -16,12 +16,13 @@ struct CCallChange
 
 /// Takes what the call mapper makes of the signalling.
 ///
-/// For each record: onCallBegin once, then any number of onCallUpdate, then at most once onCallEnd, after which nothing
-/// comes for that record. All on the thread that feeds the mapper.
+/// For each record: onCallBegin, then any number of onCallUpdate, then at most once onCallEnd, after which nothing
+/// comes for that record unless it begins again. All on the thread that feeds the mapper.
 class CCallSink
 {
 public:
-    virtual void onCallBegin(const std::string& sRecordID) = 0;
+    /// @return false when the record had ended and shall not begin again: nothing comes for it then
+    [[nodiscard]] virtual bool onCallBegin(const std::string& sRecordID) = 0;
     /// What one message changed; never empty.
     virtual void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) = 0;
     virtual void onCallEnd(const std::string& sRecordID) = 0;

@@ -71,9 +71,12 @@ bool CCallRecord::sameValues(const CCallRecord& other) const
            std::equal(mapLogs.begin(), mapLogs.end(), other.mapLogs.begin(), other.mapLogs.end(), sameLog);
 }
 
-void CRecordBookSink::onCallBegin(const std::string& sRecordID)
+bool CRecordBookSink::onCallBegin(const std::string& sRecordID)
 {
+    if (m_setEnded.contains(sRecordID))
+        return false;
     m_mapRecords.try_emplace(sRecordID);
+    return true;
 }
 
 void CRecordBookSink::onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges)
@@ -84,7 +87,7 @@ void CRecordBookSink::onCallUpdate(const std::string& sRecordID, const std::vect
         record.take(change);
 }
 
-void CRecordBookSink::onCallEnd(const std::string&)
+void CRecordBookSink::onCallEnd(const std::string& sRecordID)
 {
-    ++m_ullEnded;
+    m_setEnded.insert(sRecordID);
 }

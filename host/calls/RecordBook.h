@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,20 +42,20 @@ struct CCallRecord
 /// Records by ID.
 using CRecordBook = std::map<std::string, CCallRecord>;
 
-/// Keeps the records itself, without a store.
+/// Keeps the records itself, without a store. A record that has ended does not begin again.
 class CRecordBookSink final : public CCallSink
 {
 public:
-    void onCallBegin(const std::string& sRecordID) override;
+    [[nodiscard]] bool onCallBegin(const std::string& sRecordID) override;
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
     void onCallEnd(const std::string& sRecordID) override;
 
     const CRecordBook& records() const noexcept { return m_mapRecords; }
     std::uint64_t updates() const noexcept { return m_ullUpdates; }
-    std::uint64_t ended() const noexcept { return m_ullEnded; }
+    std::uint64_t ended() const noexcept { return m_setEnded.size(); }
 
 private:
     CRecordBook m_mapRecords; // record ID -> record
     std::uint64_t m_ullUpdates = 0;
-    std::uint64_t m_ullEnded = 0;
+    std::set<std::string> m_setEnded; // record IDs
 };

@@ -2,6 +2,7 @@
 
 #include "calls/CallSink.h"
 #include "calls/MediaNegotiation.h"
+#include "calls/RequestOrigin.h"
 #include "capture/Endpoint.h"
 
 #include <cstdint>
@@ -42,8 +43,7 @@ struct CInviteBranch
 /// An INVITE without To tag: one attempt to set up the call.
 struct CInviteAttempt
 {
-    std::string sOriginBranch; // of its first sighting: responses with it reach the originator
-    CEndpoint origin;
+    CRequestOrigin origin;                            // responses that return to it reach the originator
     std::map<std::string, CInviteBranch> mapBranches; // top Via branch -> hop
 };
 
@@ -68,8 +68,6 @@ struct CTrackedCall
 
     std::map<std::pair<std::string, std::uint32_t>, CInviteAttempt> mapAttempts; // From tag, CSeq -> attempt
     std::set<std::string> setDialogTags; // of the originator's dialogs: its own and those that answered it
-    std::set<std::string> setAnswered;   // To tags of 2xx that reached the originator and were not hung up
-    std::set<std::string> setReleased;   // those that were
     std::set<std::string> setRouted;     // targets and forwardings already logged
     CMediaNegotiation media;
     CSeenSet seen;
@@ -78,8 +76,8 @@ struct CTrackedCall
     bool bRelated = false; // has its relation to another call
     bool bEnded = false;
     std::optional<CRejection> rejection;
-    std::int64_t llSessionEnd = 0; // 0: no session timer
-    std::int64_t llLast = 0;       // latest message
+    std::int64_t llSessionEnd = 0; // time, 0: no session timer
+    std::int64_t llLast = 0;       // time of the latest message
     std::multimap<std::int64_t, CTrackedCall*>::iterator itDeadline;
     std::multimap<std::string, CTrackedCall*>::iterator itRinging; // until the call ends
 

@@ -18,14 +18,14 @@ CTransferWatch::CLink CTransferWatch::onRefer(const CSipMessage& refer, const CI
             {refer.sCallID, refer.from.sTag, refer.dwCSeq, refer.referTo.identity(), {}, llMicros, 0});
         it = std::prev(m_deqTransfers.end());
     }
-    if (it->setRecipients.size() < 8) // hops between the two parties
-        it->setRecipients.insert(destination);
+    addRecipient(*it, destination);
     return linkTransfer(it);
 }
 
 CTransferWatch::CLink CTransferWatch::onReferAnswered(const CSipMessage& response, const CIpAddress& source,
                                                       std::int64_t llMicros)
 {
+    dropStale(llMicros);
     const auto it = find(response);
     if (it == m_deqTransfers.end() || response.nCode < 200)
         return {};
@@ -36,7 +36,7 @@ CTransferWatch::CLink CTransferWatch::onReferAnswered(const CSipMessage& respons
     }
     if (it->llAccepted == 0)
         it->llAccepted = llMicros;
-    it->setRecipients.insert(source);
+    addRecipient(*it, source);
     return linkTransfer(it);
 }
 
@@ -51,6 +51,12 @@ CTransferWatch::CLink CTransferWatch::onNewCall(const CSipMessage& invite, const
         if (makes(*it, m_deqCalls.back()))
             return linkTransfer(it);
     return {};
+}
+
+void CTransferWatch::addRecipient(CTransfer& transfer, const CIpAddress& address)
+{
+    if (transfer.setRecipients.size() < cMaxRecipients)
+        transfer.setRecipients.insert(address);
 }
 
 bool CTransferWatch::makes(const CTransfer& transfer, const CNewCall& call)

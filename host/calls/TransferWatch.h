@@ -14,7 +14,8 @@
 /// The acceptance and the INVITE leave the recipient at nearly the same moment, and where several processes report what
 /// they see, even the REFER's last hop may be told after them: any order will do.
 ///
-/// Bounded: cMaxPending transfers and as many new calls, the oldest gives way.
+/// Bounded: cMaxPending transfers and as many new calls, the oldest gives way; cMaxRecipients of each transfer, the
+/// first stay.
 ///
 /// Threads  one thread.
 /// Units    microseconds of the capture.
@@ -22,6 +23,7 @@ class CTransferWatch
 {
 public:
     static constexpr std::size_t cMaxPending = 1024;
+    static constexpr std::size_t cMaxRecipients = 8; ///< hops between the two parties
     static constexpr std::int64_t cFollowMicros = 5'000'000;
     /// A REFER is answered within the life of its transaction.
     static constexpr std::int64_t cAnswerMicros = 32'000'000;
@@ -45,8 +47,8 @@ private:
         std::string sCallID;
         std::string sFromTag;
         std::uint32_t dwCSeq = 0;
-        std::string sTarget; // who it was referred to
-        std::set<CIpAddress> setRecipients;
+        std::string sTarget;                // who it was referred to
+        std::set<CIpAddress> setRecipients; // who was told on any hop, and who accepted
         std::int64_t llReferred = 0;
         std::int64_t llAccepted = 0; // 0: not yet
     };
@@ -60,6 +62,7 @@ private:
     };
     using CTransfers = std::deque<CTransfer>;
 
+    static void addRecipient(CTransfer& transfer, const CIpAddress& address);
     static bool makes(const CTransfer& transfer, const CNewCall& call);
     CLink linkTransfer(CTransfers::iterator it);
     void dropStale(std::int64_t llMicros);

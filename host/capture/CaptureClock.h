@@ -27,6 +27,9 @@ public:
     /// @return the time to use for a packet that is stamped so; never 0
     std::int64_t believe(std::int64_t llSeconds, std::int64_t llMicros);
 
+    /// The next packet is the first of another capture.
+    void restart() noexcept { m_llBelieved = 0; }
+
 private:
     std::int64_t doubt(const char* pszWhy);
 

@@ -7,6 +7,20 @@
 
 #include <algorithm>
 
+namespace {
+
+/// Some send a few bytes that mean nothing, to keep a way through a firewall open.
+constexpr std::size_t cMaxKeepAlive = 4;
+
+/// A message may stand behind empty lines.
+std::string_view withoutEmptyLines(std::string_view sBytes) noexcept
+{
+    sBytes.remove_prefix(std::min(sBytes.find_first_not_of("\r\n"), sBytes.size()));
+    return sBytes;
+}
+
+} // namespace
+
 /// One direction of a TCP connection, cut into messages.
 class CCaptureIntake::CStreamSink final : public CTcpStreamSink
 {
@@ -79,11 +93,10 @@ void CCaptureIntake::addUdp(const CTransportPacket& packet, std::int64_t llMicro
         addHep(datagram);
         return;
     }
-    std::string_view sBytes = asText(datagram);
-    sBytes.remove_prefix(std::min(sBytes.find_first_not_of("\r\n"), sBytes.size()));
+    const std::string_view sBytes = withoutEmptyLines(asText(datagram));
     if (!looksLikeSip(sBytes))
     {
-        m_counts.ignore(sBytes.size() <= 4 ? "keep-alive" : "not SIP");
+        m_counts.ignore(sBytes.size() <= cMaxKeepAlive ? "keep-alive" : "not SIP");
         return;
     }
     ++m_ullSip;
@@ -101,14 +114,15 @@ void CCaptureIntake::addHep(CBytes datagram)
         m_counts.refuse(pszWhy);
         return;
     }
-    if (hep.byPayloadKind != cHepPayloadSip || !looksLikeSip(hep.sPayload))
+    const std::string_view sBytes = withoutEmptyLines(hep.sPayload);
+    if (hep.byPayloadKind != cHepPayloadSip || !looksLikeSip(sBytes))
     {
-        m_counts.ignore("HEP payload is not SIP");
+        const bool bKeepAlive = hep.byPayloadKind == cHepPayloadSip && sBytes.size() <= cMaxKeepAlive;
+        m_counts.ignore(bKeepAlive ? "keep-alive" : "HEP payload is not SIP");
         return;
     }
     ++m_ullHep;
-    m_reorder.add(
-        {m_clockHep.believe(hep.llSeconds, hep.llMicros), hep.source, hep.destination, std::string(hep.sPayload)});
+    m_reorder.add({m_clockHep.believe(hep.llSeconds, hep.llMicros), hep.source, hep.destination, std::string(sBytes)});
 }
 
 void CCaptureIntake::message(CCapturedMessage&& message)
@@ -117,6 +131,13 @@ void CCaptureIntake::message(CCapturedMessage&& message)
         m_counts.refuse("SIP message too large");
     else
         m_fnMessage(message);
+}
+
+void CCaptureIntake::endFile()
+{
+    m_reorder.flush();
+    m_clock.restart();
+    m_clockHep.restart();
 }
 
 void CCaptureIntake::flush()

@@ -20,6 +20,8 @@ public:
     CCaptureIntake(CIntakeCounts& counts, std::function<void(const CCapturedMessage&)> fnMessage);
 
     void add(const CCapturedPacket& packet);
+    /// The file is over and another may follow: its clock is another one.
+    void endFile();
     /// The capture is over.
     void flush();
 

@@ -24,7 +24,10 @@ void CTcpReassembly::add(const CIpAddress& source, const CIpAddress& destination
     CSegment parsed;
     if (!parse(segment, &from, &to, &parsed))
         return;
-    const auto it = find(from, to);
+    const bool bMake = (parsed.byFlags & cSyn) != 0 || !parsed.data.empty();
+    const auto it = find(from, to, bMake);
+    if (it == m_lstStreams.end())
+        return;
     m_lstStreams.splice(m_lstStreams.end(), m_lstStreams, it);
     CStream& stream = *it;
     if ((parsed.byFlags & cSyn) != 0)
@@ -36,10 +39,15 @@ void CTcpReassembly::add(const CIpAddress& source, const CIpAddress& destination
         }
         stream.bStarted = true;
         stream.dwNext = ++parsed.dwSequence; // a SYN counts as one byte
+        stream.dwEnd.reset();
     }
     if (!parsed.data.empty())
         take(stream, parsed, llMicros);
-    if ((parsed.byFlags & cRst) != 0 || ((parsed.byFlags & cFin) != 0 && stream.mapWaiting.empty()))
+    const std::uint32_t dwBehind = parsed.dwSequence + static_cast<std::uint32_t>(parsed.data.size());
+    const std::int32_t lAhead = distance(stream.dwNext, dwBehind);
+    if ((parsed.byFlags & cFin) != 0 && lAhead >= 0 && lAhead <= cMaxDistance)
+        stream.dwEnd = dwBehind;
+    if ((parsed.byFlags & cRst) != 0 || stream.dwEnd == stream.dwNext)
         end(it, llMicros);
 }
 
@@ -64,11 +72,14 @@ bool CTcpReassembly::parse(CBytes segment, CEndpoint* pSource, CEndpoint* pDesti
     return true;
 }
 
-CTcpReassembly::CStreams::iterator CTcpReassembly::find(const CEndpoint& source, const CEndpoint& destination)
+CTcpReassembly::CStreams::iterator CTcpReassembly::find(const CEndpoint& source, const CEndpoint& destination,
+                                                        bool bMake)
 {
     const auto key = std::make_pair(source, destination);
     if (const auto it = m_mapStreams.find(key); it != m_mapStreams.end())
         return it->second;
+    if (!bMake)
+        return m_lstStreams.end();
     if (m_lstStreams.size() >= cMaxStreams)
     {
         m_counts.warn("too many TCP streams: one was given up");
@@ -93,6 +104,8 @@ void CTcpReassembly::take(CStream& stream, CSegment segment, std::int64_t llMicr
         stream.bStarted = true;
         stream.dwNext = segment.dwSequence;
     }
+    if (!follow(stream, segment, llMicros))
+        return;
     const std::int32_t lAhead = distance(stream.dwNext, segment.dwSequence);
     if (lAhead > 0)
     {
@@ -106,6 +119,26 @@ void CTcpReassembly::take(CStream& stream, CSegment segment, std::int64_t llMicr
     stream.dwNext += static_cast<std::uint32_t>(segment.data.size());
     stream.pSink->onBytes(segment.data, llMicros);
     deliverWaiting(stream, llMicros);
+}
+
+/// Whether a segment belongs to its stream. One that is far away does when it goes on from another such one.
+bool CTcpReassembly::follow(CStream& stream, const CSegment& segment, std::int64_t llMicros)
+{
+    const std::int32_t lAhead = distance(stream.dwNext, segment.dwSequence);
+    if (lAhead >= -cMaxDistance && lAhead <= cMaxDistance)
+        return true;
+    const bool bGoesOn = stream.dwFar == segment.dwSequence;
+    stream.dwFar = segment.dwSequence + static_cast<std::uint32_t>(segment.data.size());
+    if (!bGoesOn)
+    {
+        m_counts.refuse("TCP segment far from the others of its stream");
+        return false;
+    }
+    skipGap(stream, llMicros);
+    m_counts.warn("bytes of a TCP stream are missing");
+    stream.pSink->onGap();
+    stream.dwNext = segment.dwSequence;
+    return true;
 }
 
 void CTcpReassembly::wait(CStream& stream, const CSegment& segment, std::int64_t llMicros)

@@ -9,6 +9,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 /// Takes one direction of a TCP connection's bytes, in order and without repeats.
@@ -34,8 +35,11 @@ protected:
     ~CTcpStreamFactory() = default;
 };
 
-/// Puts the segments of TCP connections in order. Each direction is a stream of its own; one that was up before the
-/// capture began is taken from its first segment on.
+/// Puts the segments of TCP connections in order. Each direction is a stream of its own, from its SYN, or from its
+/// first data when it was up before the capture began, to the byte that its FIN follows.
+///
+/// A segment that is further away from the others than any window reaches is dropped, unless the next such segment goes
+/// on from it: then the capture has lost much, and the stream is taken from there on.
 ///
 /// A missing segment is waited for until the capture has run on for two seconds, too much is waiting behind it, or the
 /// stream ends; then it is reported as a gap.
@@ -52,6 +56,7 @@ public:
     static constexpr std::size_t cMaxWaitingInAll = std::size_t{32} << 20;
     static constexpr std::size_t cMaxWaitingSegments = 256;
     static constexpr std::int64_t cGapMicros = 2'000'000;
+    static constexpr std::int32_t cMaxDistance = 1 << 20; ///< bytes
 
     CTcpReassembly(CTcpStreamFactory& factory, CIntakeCounts& counts) : m_factory(factory), m_counts(counts) {}
 
@@ -75,6 +80,8 @@ private:
         std::uint32_t dwBase = 0; // sequence number that distances are counted from
         std::size_t uWaitingBytes = 0;
         std::int64_t llGapSince = 0;
+        std::optional<std::uint32_t> dwEnd; // sequence number behind the last byte, once a FIN told it
+        std::optional<std::uint32_t> dwFar; // what follows the segment that was dropped as too far away
     };
     using CStreams = std::list<CStream>;
     struct CSegment
@@ -85,8 +92,9 @@ private:
     };
 
     bool parse(CBytes segment, CEndpoint* pSource, CEndpoint* pDestination, CSegment* pSegment);
-    CStreams::iterator find(const CEndpoint& source, const CEndpoint& destination);
+    CStreams::iterator find(const CEndpoint& source, const CEndpoint& destination, bool bMake);
     void take(CStream& stream, CSegment segment, std::int64_t llMicros);
+    bool follow(CStream& stream, const CSegment& segment, std::int64_t llMicros);
     void wait(CStream& stream, const CSegment& segment, std::int64_t llMicros);
     void deliverWaiting(CStream& stream, std::int64_t llMicros);
     void skipGap(CStream& stream, std::int64_t llMicros);

@@ -63,8 +63,8 @@ private:
 void declareOptions(CLI::App& app, COptions& options)
 {
     app.add_option("CAPTURE", options.vecCaptures,
-                   "pcap or pcapng files, of SIP signalling or of HEPv3 datagrams; replayed one after the other into "
-                   "one store")
+                   "pcap or pcapng files, of SIP signalling or of HEPv3 datagrams; replayed one after the other, as if "
+                   "they were one, into one store")
         ->required();
     app.add_option("--compare", options.sCompare,
                    "replay this capture too, into a fresh store, and say whether the records are the same");
@@ -81,18 +81,21 @@ void declareOptions(CLI::App& app, COptions& options)
                    "close an unanswered call after so many silent seconds of the capture")
         ->check(CLI::Range(1, 604'800))
         ->capture_default_str();
-    app.add_option("--max-calls", options.settings.uMaxCalls, "calls followed at a time; the idlest one gives way")
+    app.add_option("--max-calls", options.settings.uMaxCalls,
+                   "calls followed at a time; when there are more, the one that would be closed first gives way")
         ->check(CLI::Range(1, 10'000'000))
         ->capture_default_str();
     app.add_option("--log-dir", options.sLogDirectory, "keep the store's trace log in this directory")
         ->check(CLI::ExistingDirectory);
     app.add_flag("--json", options.bJson, "write one JSON object instead of tables");
     app.set_version_flag("--version", "cdsreplay " CDS_VERSION);
-    app.footer("Exit status: 0 done, 1 refused or failed (also when --compare finds a difference), 2 misuse.\n\n"
-               "Examples:\n"
-               "  cdsreplay calls.pcap\n"
-               "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
-               "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
+    app.footer(
+        "Exit status: 0 done, 1 refused or failed (also when a capture is damaged, when --watch names a call that is "
+        "not there, and when --compare finds a difference), 2 misuse.\n\n"
+        "Examples:\n"
+        "  cdsreplay calls.pcap\n"
+        "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
+        "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
 }
 
 /// @return nothing on failure, after having said why
@@ -106,13 +109,12 @@ std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCapt
         std::cerr << "cdsreplay: " << sError << "; the trace log (--log-dir) says more\n";
         return std::nullopt;
     }
-    for (const std::string& sPath : vecCaptures)
-        if (!session.replay(sPath, options.settings, options.bCloseOpen, &sError))
-        {
-            std::cerr << "cdsreplay: cannot read the capture " << printable(sPath) << ": " << printable(sError)
-                      << "\nGive the path of a pcap or pcapng file that this user may read.\n";
-            return std::nullopt;
-        }
+    if (!session.replay(vecCaptures, options.settings, options.bCloseOpen, &sError))
+    {
+        std::cerr << "cdsreplay: cannot read the capture " << printable(sError)
+                  << "\nGive the path of a pcap or pcapng file that this user may read.\n";
+        return std::nullopt;
+    }
     const bool bCame = !bWait || session.awaitLastDeliveries([](std::uint64_t ullCame, std::uint64_t ullExpected) {
         std::cerr << "waiting for the last deliveries, 30 to 40 seconds after the calls' ends: " << ullCame << " of "
                   << ullExpected << " came\n";
@@ -125,23 +127,34 @@ std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCapt
     return session.result();
 }
 
+/// @return whether there was nothing to complain about
+bool complain(const CSessionResult& result, const std::string& sWatch)
+{
+    const auto vecComplaints = complaints(result, sWatch);
+    for (const std::string& sComplaint : vecComplaints)
+        std::cerr << "cdsreplay: " << sComplaint << '\n';
+    return vecComplaints.empty();
+}
+
 int run(const COptions& options)
 {
     const CLogDirectory logDirectory(options.sLogDirectory);
     const auto result = runSession(options.vecCaptures, options, !options.bNoWait);
     if (!result)
         return exit_failed;
+    bool bDone = complain(*result, options.sWatch);
     std::optional<CComparison> comparison;
     if (!options.sCompare.empty())
     {
         const auto other = runSession({options.sCompare}, options, false);
         if (!other)
             return exit_failed;
+        bDone = complain(*other, "") && bDone; // what is to be watched was asked of the first
         comparison = compareRecords(*result, *other);
     }
     (options.bJson ? writeJson : writeReport)(std::cout, *result, comparison ? &*comparison : nullptr);
     std::cout.flush();
-    const bool bDone = result->ullFailures == 0 && (!comparison || comparison->same()) && std::cout.good();
+    bDone = bDone && (!comparison || comparison->same()) && std::cout.good();
     return bDone ? exit_done : exit_failed;
 }
 

@@ -120,7 +120,8 @@ void writeSpeed(std::ostream& out, const CSessionResult& result)
              "capture, SIP, mapping, update, delivery");
     writeRow(out, "updates per second, store alone", rate(result.ullUpdates, result.updateTime), "update, delivery");
     if (result.ullFailures != 0)
-        writeRow(out, "operations that the store refused", result.ullFailures);
+        writeRow(out, "operations that the store refused", result.ullFailures,
+                 "the first with " + codeText(result.lFirstFailure));
 }
 
 void writeRecord(std::ostream& out, const std::string& sRecordID, const CCallRecord& record)
@@ -245,6 +246,22 @@ CComparison compareRecords(const CSessionResult& first, const CSessionResult& ot
     return comparison;
 }
 
+std::vector<std::string> complaints(const CSessionResult& result, const std::string& sWatch)
+{
+    std::vector<std::string> vecComplaints;
+    for (const CCaptureSummary& capture : result.vecCaptures)
+        if (!capture.sDamage.empty())
+            vecComplaints.push_back("the capture " + printable(capture.sPath) +
+                                    " is damaged, what came before was taken: " + printable(capture.sDamage));
+    if (!sWatch.empty() && result.sWatched.empty())
+        vecComplaints.push_back("no call with the Call-ID " + printable(sWatch) + " was seen to begin");
+    if (result.ullFailures != 0)
+        vecComplaints.push_back("the store refused " + std::to_string(result.ullFailures) +
+                                " operations, the first with " + codeText(result.lFirstFailure) +
+                                "; the trace log (--log-dir) says more");
+    return vecComplaints;
+}
+
 void writeReport(std::ostream& out, const CSessionResult& result, const CComparison* pComparison)
 {
     out << result.mapRecords.size() << " calls\n";
@@ -270,6 +287,7 @@ void writeJson(std::ostream& out, const CSessionResult& result, const CCompariso
         json["captures"].push_back(captureJson(capture));
     json["updates"] = result.ullUpdates;
     json["store_refusals"] = result.ullFailures;
+    json["first_store_refusal"] = result.ullFailures == 0 ? CJson() : CJson(codeText(result.lFirstFailure));
     json["registrants"] = {{"one_call", deliveryJson(result.ullOneDeliveries, result.ullOneChanges)},
                            {"all_calls", deliveryJson(result.ullAllDeliveries, result.ullAllChanges)},
                            {"end_of_call", deliveryJson(result.ullEndDeliveries, result.ullEndChanges)}};

@@ -19,6 +19,12 @@ struct CComparison
 };
 [[nodiscard]] CComparison compareRecords(const CSessionResult& first, const CSessionResult& other);
 
+/// What went wrong although the replay came to its end, a sentence each: a damaged capture, a call to watch that is not
+/// there, operations that the store refused.
+///
+/// @param sWatch  Call-ID that was to be watched; empty: none in particular
+[[nodiscard]] std::vector<std::string> complaints(const CSessionResult& result, const std::string& sWatch);
+
 /// Writes the result for people.
 ///
 /// @param pComparison  may be null

@@ -12,14 +12,14 @@ constexpr const char* cServerIP = "127.0.0.1";
 constexpr std::chrono::seconds cLastDeliveryLimit{60};
 constexpr std::chrono::seconds cProgressInterval{5};
 
+} // namespace
+
 std::string codeText(long lCode)
 {
     char szText[16] = "";
     (void)std::snprintf(szText, sizeof szText, "0x%08lX", static_cast<unsigned long>(lCode) & 0xFFFFFFFFUL);
     return szText;
 }
-
-} // namespace
 
 CReplaySession::CReplaySession(std::string sWatch) : m_sWatched(std::move(sWatch))
 {
@@ -61,25 +61,33 @@ bool CReplaySession::start(std::string* psError)
     return false;
 }
 
-bool CReplaySession::replay(const std::string& sPath, const CCallMapperSettings& settings, bool bCloseOpen,
-                            std::string* psError)
+bool CReplaySession::replay(const std::vector<std::string>& vecPaths, const CCallMapperSettings& settings,
+                            bool bCloseOpen, std::string* psError)
 {
-    CCaptureSummary summary;
     const auto begin = std::chrono::steady_clock::now();
-    const bool bRead = replayCapture(sPath, *this, settings, bCloseOpen, &summary, psError);
+    CCaptureReplay replay(*this, settings);
+    for (const std::string& sPath : vecPaths)
+        if (!replay.add(sPath, psError))
+        {
+            psError->insert(0, sPath + ": ");
+            return false;
+        }
+    replay.finish(bCloseOpen);
     m_replayTime += std::chrono::steady_clock::now() - begin;
-    if (bRead)
-        m_vecCaptures.push_back(std::move(summary));
-    return bRead;
+    m_vecCaptures = replay.captures();
+    return true;
 }
 
-void CReplaySession::onCallBegin(const std::string& sRecordID)
+bool CReplaySession::onCallBegin(const std::string& sRecordID)
 {
-    m_pSink->onCallBegin(sRecordID);
-    if (!m_sWatched.empty())
-        return;
-    m_sWatched = sRecordID;
-    (void)m_pOne->start(cServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
+    if (!m_pSink->onCallBegin(sRecordID))
+        return false;
+    if (m_sWatched.empty())
+    {
+        m_sWatched = sRecordID;
+        (void)m_pOne->start(cServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
+    }
+    return true;
 }
 
 void CReplaySession::onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges)

@@ -34,6 +34,9 @@ struct CSessionResult
     std::chrono::nanoseconds updateTime{0}; ///< of that in the store: updating and delivering
 };
 
+/// A result code of the store as its trace log writes it.
+[[nodiscard]] std::string codeText(long lCode);
+
 /// One store with three registrants, and captures replayed into it: a registrant of one call, one of all calls, and
 /// one that wants only the last delivery of each call.
 ///
@@ -50,9 +53,11 @@ public:
     /// Starts the store.
     [[nodiscard]] bool start(std::string* psError);
 
-    /// Replays a capture.
-    [[nodiscard]] bool replay(const std::string& sPath, const CCallMapperSettings& settings, bool bCloseOpen,
-                              std::string* psError);
+    /// Replays captures, one after the other as if they were one.
+    ///
+    /// @param psError  out: which file cannot be read, and why
+    [[nodiscard]] bool replay(const std::vector<std::string>& vecPaths, const CCallMapperSettings& settings,
+                              bool bCloseOpen, std::string* psError);
 
     /// Waits until the store has delivered every ended call a last time. It keeps the data of an ended call for 30
     /// seconds, in case somebody registers for it again, and looks every ten.
@@ -64,7 +69,7 @@ public:
     CSessionResult result() const;
 
 private:
-    void onCallBegin(const std::string& sRecordID) override;
+    [[nodiscard]] bool onCallBegin(const std::string& sRecordID) override;
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
     void onCallEnd(const std::string& sRecordID) override;
 

@@ -27,10 +27,13 @@ CStoreSink::~CStoreSink()
         (void)m_store.Unregister(registrationOf(sRecordID)); // on the way out there is nobody to tell
 }
 
-void CStoreSink::onCallBegin(const std::string& sRecordID)
+bool CStoreSink::onCallBegin(const std::string& sRecordID)
 {
+    if (m_setEnded.contains(sRecordID))
+        return false;
     note(m_store.Register(0, registrationOf(sRecordID), m_sServerIP, sRecordID, cNoEvent, nullptr, cTraceID));
     m_setOpen.insert(sRecordID);
+    return true;
 }
 
 void CStoreSink::onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges)
@@ -56,7 +59,7 @@ void CStoreSink::onCallUpdate(const std::string& sRecordID, const std::vector<CC
 
 void CStoreSink::onCallEnd(const std::string& sRecordID)
 {
-    ++m_ullEnded;
+    m_setEnded.insert(sRecordID);
     m_setOpen.erase(sRecordID);
     note(m_store.Unregister(registrationOf(sRecordID)));
 }

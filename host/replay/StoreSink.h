@@ -10,7 +10,10 @@
 
 /// Writes calls into the store: a registration for each while its signalling lasts, and one update for what each
 /// message changed. This server owns the records, so the store delivers a call's data a last time some while after the
-/// registration has gone.
+/// registration has gone. A replay runs faster than that: a call that has ended does not begin again, else two calls of
+/// the same Call-ID would become one record with two ends.
+///
+/// Not bounded: remembers every call that has ended, as the registrants of a replay do.
 ///
 /// Threads  one thread.
 class CStoreSink final : public CCallSink
@@ -24,13 +27,14 @@ public:
     CStoreSink(const CStoreSink&) = delete;
     CStoreSink& operator=(const CStoreSink&) = delete;
 
-    void onCallBegin(const std::string& sRecordID) override;
+    [[nodiscard]] bool onCallBegin(const std::string& sRecordID) override;
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
     void onCallEnd(const std::string& sRecordID) override;
 
     std::uint64_t updates() const noexcept { return m_ullUpdates; }
     std::uint64_t failures() const noexcept { return m_ullFailures; }
-    std::uint64_t ended() const noexcept { return m_ullEnded; }
+    /// Calls that have ended: so many last deliveries are to come.
+    std::uint64_t ended() const noexcept { return m_setEnded.size(); }
     /// Code of the first failure; 0 when there was none.
     long firstFailure() const noexcept { return m_lFirstFailure; }
     /// Time spent in the store's update operation, deliveries included.
@@ -41,10 +45,10 @@ private:
 
     CCDSAPI& m_store;
     const std::string m_sServerIP;
-    std::set<std::string> m_setOpen; // record IDs
+    std::set<std::string> m_setOpen;  // record IDs
+    std::set<std::string> m_setEnded; // record IDs
     std::uint64_t m_ullUpdates = 0;
     std::uint64_t m_ullFailures = 0;
-    std::uint64_t m_ullEnded = 0;
     long m_lFirstFailure = 0;
     std::chrono::nanoseconds m_updateTime{0};
 };

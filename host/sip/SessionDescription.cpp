@@ -135,19 +135,41 @@ const char* direction(const CSdpMedia& offer, const CSdpMedia& answer)
 
 } // namespace
 
-/// The parser refuses a description for a line that it cannot place, and many are in use that the media do not need:
-/// it gets those they need.
+/// The parser refuses a description for a line that it cannot place, for one that is empty and for one that is missing;
+/// much of that is in use, and the media do not depend on it. It gets what they need, in the order it knows.
+///
+/// @return empty when this is no description
 static std::string essentialLines(std::string_view sSdp)
 {
-    std::string sResult;
+    struct CSection // of the session, then of each media line
+    {
+        std::string sMedia;
+        std::string sConnection;
+        std::string sAttributes;
+    };
+    std::vector<CSection> vecSections(1);
+    bool bVersion = false;
     while (!sSdp.empty())
     {
         const std::size_t uEnd = std::min(sSdp.find('\n'), sSdp.size() - 1);
-        const std::string_view sLine = sSdp.substr(0, uEnd + 1);
-        if (sLine.size() > 2 && sLine[1] == '=' && std::string_view("vosctma").find(sLine[0]) != std::string_view::npos)
-            sResult.append(trim(sLine)).append("\r\n");
+        const std::string sLine = std::string(trim(sSdp.substr(0, uEnd + 1))) + "\r\n";
         sSdp.remove_prefix(uEnd + 1);
+        bVersion = bVersion || sLine.starts_with("v=");
+        if (sLine.size() <= 4 || sLine[1] != '=')
+            continue;
+        if (sLine[0] == 'm')
+            vecSections.push_back({sLine, "", ""});
+        else if (sLine[0] == 'c' && vecSections.back().sConnection.empty())
+            vecSections.back().sConnection = sLine;
+        else if (sLine[0] == 'a')
+            vecSections.back().sAttributes += sLine;
     }
+    if (!bVersion)
+        return "";
+    std::string sResult = "v=0\r\no=- 0 0 IN IP4 0.0.0.0\r\ns=-\r\n" + vecSections[0].sConnection + "t=0 0\r\n" +
+                          vecSections[0].sAttributes;
+    for (std::size_t u = 1; u < vecSections.size(); ++u)
+        sResult += vecSections[u].sMedia + vecSections[u].sConnection + vecSections[u].sAttributes;
     return sResult;
 }
 

@@ -59,7 +59,8 @@ struct CSipMessage
     std::vector<CSipReason> vecReasons;
     CSipUri referTo;
     std::string sReplacesCallID;        ///< of the Replaces header field
-    bool bReliable = false;             ///< a provisional response that is acknowledged (RSeq)
+    bool bReliable = false;             ///< a provisional response that is acknowledged
+    std::uint32_t dwRSeq = 0;           ///< its number; 0 when not given
     std::uint32_t dwSessionExpires = 0; ///< seconds; 0 when not given
-    std::string sSdp;                   ///< the body, when it is a session description
+    std::string sSdp;                   ///< the session description in its body
 };

@@ -192,6 +192,45 @@ const char* parseDialog(const CSipHead& head, CSipMessage* pMessage)
     return nullptr;
 }
 
+/// Where the next part of a body begins: behind the boundary, which stands at the beginning of a line.
+std::size_t findPart(std::string_view sBody, std::string_view sBoundary, std::size_t uFrom)
+{
+    for (std::size_t u = sBody.find(sBoundary, uFrom); u != std::string_view::npos; u = sBody.find(sBoundary, u + 1))
+        if (u == 0 || sBody[u - 1] == '\n')
+            return u + sBoundary.size();
+    return std::string_view::npos;
+}
+
+/// The session description in a body of this type; empty when there is none. It may be one of several parts, beside
+/// what another network's signalling or a caller's picture need; parts within parts are not looked into.
+std::string findSdp(std::string_view sType, std::string_view sBody)
+{
+    const std::string sLower = toLower(sType);
+    if (sLower.starts_with("application/sdp"))
+        return std::string(sBody);
+    if (!sLower.starts_with("multipart/"))
+        return "";
+    constexpr std::string_view cBoundary = "boundary=";
+    std::string sBoundary;
+    for (const std::string_view sParameter : splitList(sType, ';'))
+        if (toLower(sParameter).starts_with(cBoundary))
+            sBoundary = unquote(sParameter.substr(cBoundary.size()));
+    if (sBoundary.empty())
+        return "";
+    sBoundary.insert(0, "--");
+    for (std::size_t u = findPart(sBody, sBoundary, 0); u != std::string_view::npos;)
+    {
+        const std::size_t uNext = findPart(sBody, sBoundary, u);
+        const std::size_t uEnd = uNext == std::string_view::npos ? sBody.size() : uNext - sBoundary.size();
+        const CSipHead part(sBody.substr(u, uEnd - u)); // the rest of the boundary's line stands for a first line
+        if (const std::string* psType = part.field("content-type");
+            psType != nullptr && toLower(*psType).starts_with("application/sdp"))
+            return part.body();
+        u = uNext;
+    }
+    return "";
+}
+
 void parseDetails(const CSipHead& head, CSipMessage* pMessage)
 {
     pMessage->vecAsserted = addresses(head, "p-asserted-identity");
@@ -209,12 +248,15 @@ void parseDetails(const CSipHead& head, CSipMessage* pMessage)
         pMessage->sReplacesCallID = trim(std::string_view(*psReplaces).substr(0, psReplaces->find(';')));
     if (pMessage->sReplacesCallID.size() > cMaxCallID)
         pMessage->sReplacesCallID.clear();
-    pMessage->bReliable = head.field("rseq") != nullptr;
+    if (const std::string* psRSeq = head.field("rseq"))
+    {
+        pMessage->bReliable = true;
+        pMessage->dwRSeq = numberOf<std::uint32_t>(*psRSeq, 0);
+    }
     if (const std::string* psExpires = head.field("session-expires"))
         pMessage->dwSessionExpires = numberOf<std::uint32_t>(*psExpires, 0);
-    if (const std::string* psType = head.field("content-type");
-        psType != nullptr && toLower(*psType).starts_with("application/sdp"))
-        pMessage->sSdp = head.body();
+    if (const std::string* psType = head.field("content-type"))
+        pMessage->sSdp = findSdp(*psType, head.body());
 }
 
 } // namespace
@@ -222,8 +264,8 @@ void parseDetails(const CSipHead& head, CSipMessage* pMessage)
 const char* parseSip(std::string_view sBytes, CSipMessage* pMessage)
 {
     prepareOsip();
-    if (sBytes.find('\0') != std::string_view::npos)
-        return "SIP message with a zero byte"; // the parser would take it for the end
+    if (sBytes.substr(0, findEndOfHead(sBytes)).find('\0') != std::string_view::npos)
+        return "SIP message with a zero byte"; // the parser would take it for the end; a body may hold anything
     const CSipHead head(sBytes);
     CSipMessage message;
     if (const char* pszWhy = parseCore(head, &message))

@@ -27,6 +27,13 @@ std::size_t sequenceLength(std::string_view sText) noexcept
     return bOverlong || bSurrogate || bPastUnicode ? 0 : uLength;
 }
 
+/// U+0000 to U+001F, and U+007F to U+009F.
+bool isControl(std::string_view sSequence) noexcept
+{
+    const auto byFirst = static_cast<std::uint8_t>(sSequence[0]);
+    return byFirst < 0x20 || byFirst == 0x7F || (byFirst == 0xC2 && static_cast<std::uint8_t>(sSequence[1]) < 0xA0);
+}
+
 int hexDigit(char c) noexcept
 {
     if (c >= '0' && c <= '9')
@@ -103,8 +110,7 @@ std::string toUtf8(std::string_view sText, std::size_t uMaxBytes)
     while (!sText.empty())
     {
         const std::size_t uLength = sequenceLength(sText);
-        const auto byFirst = static_cast<std::uint8_t>(sText[0]);
-        const bool bGood = uLength != 0 && byFirst >= 0x20 && byFirst != 0x7F;
+        const bool bGood = uLength != 0 && !isControl(sText.substr(0, uLength));
         const std::string_view sNext = bGood ? sText.substr(0, uLength) : cReplacement;
         if (sResult.size() + sNext.size() > uMaxBytes)
             break;

@@ -53,6 +53,55 @@ TEST(CallMapperEndTest, FailsWithTheResponseThatReachesTheOriginator)
     EXPECT_EQ(story.record().outcome(), "busy");
 }
 
+TEST(CallMapperEndTest, FailsAtTheServerThatIsTriedNext)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.after(9).say("A>C INVITE branch=a2");
+    story.say("C>A 486 Busy Here branch=a2 ttag=c");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+}
+
+TEST(CallMapperEndTest, IsAnsweredByTheServerThatIsTriedNext)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.after(9).say("A>C INVITE branch=a2", {}, audio("10.0.0.1", 4000));
+    story.say("C>A 200 OK branch=a2 ttag=c", {}, audio("10.0.0.3", 5000));
+    EXPECT_THAT(story.connects(), ElementsAre("answered;bob;c"));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.3:5000;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, EndsWithTheFirstServersRefusalEvenIfAnotherIsTried)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 503 Service Unavailable branch=a1 ttag=p");
+    story.say("A>C INVITE branch=a2");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;503;Service Unavailable"));
+}
+
+TEST(CallMapperEndTest, OutlivesALosingForkOfAServerThatIsSeenFromBehind)
+{
+    CCallStory story;
+    story.say("P>B INVITE branch=p1 uri=sip:b1@h");
+    story.say("P>C INVITE branch=p2 uri=sip:b2@h");
+    story.say("C>P 486 Busy Here branch=p2 ttag=c");
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+}
+
+TEST(CallMapperEndTest, FollowsABoundedNumberOfServers)
+{
+    CCallStory story;
+    const auto nTooMany = static_cast<int>(CRequestOrigin::cMaxBranches) + 1;
+    for (int n = 1; n <= nTooMany; ++n)
+        story.say("A>P INVITE branch=a" + std::to_string(n));
+    story.say("P>A 486 Busy Here ttag=p branch=a" + std::to_string(nTooMany));
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+    story.say("P>A 486 Busy Here ttag=p branch=a" + std::to_string(nTooMany - 1));
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+}
+
 TEST(CallMapperEndTest, TellsHopsApartWhereAllShareOneAddress)
 {
     CCallStory story;
@@ -95,7 +144,7 @@ TEST(CallMapperEndTest, OutlivesTheLosingFork)
     EXPECT_EQ(story.record().outcome(), "answered, open");
 }
 
-TEST(CallMapperEndTest, OutlivesTheByeToTheSecondOfTwoAnswers)
+TEST(CallMapperEndTest, EndsWithTheFirstByeEvenOfTwoAnswers)
 {
     CCallStory story;
     story.say("A>P INVITE branch=a1");
@@ -103,10 +152,8 @@ TEST(CallMapperEndTest, OutlivesTheByeToTheSecondOfTwoAnswers)
     story.say("P>A 200 OK branch=a1 ttag=c");
     EXPECT_THAT(story.connects(), ElementsAre("answered;bob;b"));
     story.say("A>P BYE branch=a2 cseq=2 ttag=c");
-    story.say("P>C BYE branch=p2 cseq=2 ttag=c");
-    EXPECT_THAT(story.disconnects(), IsEmpty());
-    story.say("A>P BYE branch=a3 cseq=2 ttag=b");
     EXPECT_THAT(story.disconnects(), ElementsAre("caller;-;BYE"));
+    EXPECT_EQ(story.sink().ended(), 1U);
 }
 
 TEST(CallMapperEndTest, GoesOnAfterAnAuthenticationRequest)
@@ -181,11 +228,50 @@ TEST(CallMapperEndTest, IsClosedWhenNothingIsHeardOfIt)
     CCallStory story;
     story.say("A>P INVITE call=ringing");
     story.answer();
-    story.after(4 * 3600 - 1).say("A>P OPTIONS call=other");
+    story.silence(4 * 3600 - 1);
     EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "ringing"), ElementsAre("timeout;-;idle"));
     EXPECT_EQ(story.property(CDSPROP_COMMENT, "ringing"), "closed: nothing was heard of the call");
     EXPECT_THAT(story.disconnects(), IsEmpty());
     story.after(2).say("A>P OPTIONS call=other");
+    EXPECT_THAT(story.disconnects(), ElementsAre("timeout;-;idle"));
+}
+
+TEST(CallMapperEndTest, OutlivesAStampThatIsFarAhead)
+{
+    CCallStory story;
+    story.answer();
+    story.say("A>P INVITE call=ringing branch=r1");
+    story.after(86'400).say("A>P INVITE call=stray branch=s1");
+    story.after(1 - 86'400).say("P>A 200 OK call=ringing branch=r1 ttag=b");
+    story.say("P>A 180 Ringing call=stray branch=s1 ttag=b");
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+    EXPECT_EQ(story.record("ringing").outcome(), "answered, open");
+    story.silence(302);
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "stray"), ElementsAre("timeout;-;idle"))
+        << "it is as old as its neighbours";
+}
+
+TEST(CallMapperEndTest, OutlivesAClockThatIsSetBack)
+{
+    CCallStory story;
+    story.answer();
+    story.after(-3600).say("A>P INVITE call=ringing branch=r1");
+    story.say("P>A 180 Ringing call=ringing branch=r1 ttag=b");
+    story.after(20).say("P>A 200 OK call=ringing branch=r1 ttag=b");
+    EXPECT_EQ(story.record("ringing").outcome(), "answered, open");
+    story.say("A>P INVITE call=waiting branch=w1");
+    story.silence(301);
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "waiting"), ElementsAre("timeout;-;idle"))
+        << "time goes on from where the clock was set";
+    EXPECT_THAT(story.disconnects(), IsEmpty());
+}
+
+TEST(CallMapperEndTest, IsClosedByASilenceFullOfLonelyMessages)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    for (int n = 0; n < 5; ++n)
+        story.after(100).say("A>P OPTIONS call=other");
     EXPECT_THAT(story.disconnects(), ElementsAre("timeout;-;idle"));
 }
 
@@ -232,8 +318,21 @@ TEST(CallMapperEndTest, ForgetsAnEndedCallWhenItsRepeatsHaveDiedAway)
     CCallStory story;
     story.answer();
     story.say("A>P BYE cseq=2 branch=a3 ttag=bob");
-    story.after(33).say("A>P BYE cseq=3 branch=a4 ttag=bob");
+    story.silence(33).say("A>P BYE cseq=3 branch=a4 ttag=bob");
     EXPECT_EQ(story.counts().count("message of a call whose beginning was not seen"), 1U);
+}
+
+TEST(CallMapperEndTest, DoesNotBeginAgainUnderTheIdOfACallThatHasEnded)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 486 Busy Here branch=a1 ttag=b");
+    story.silence(33).say("A>P INVITE branch=a1");
+    story.say("P>A 404 Not Found branch=a1 ttag=b");
+    EXPECT_THAT(story.disconnects(), ElementsAre("failed;486;Busy Here"));
+    EXPECT_EQ(story.sink().ended(), 1U);
+    EXPECT_EQ(story.mapper().openCalls(), 0U);
+    EXPECT_EQ(story.counts().count("INVITE of a call that has ended"), 1U);
 }
 
 TEST(CallMapperEndTest, AnswersAndMediaFollowTheOffersWay)
@@ -268,6 +367,49 @@ TEST(CallMapperEndTest, TakesTheAnswerOfAReliableProvisionalResponse)
     story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 1", "Require: 100rel"}, audio("10.0.0.2", 5000));
     story.say("P>A 200 OK branch=a1 ttag=b", {}, audio("10.0.0.2", 5000));
     EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.2:5000;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, TellsTheMediaOfEachThatAnswersTheOffer)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.say("P>A 183 Progress branch=a1 ttag=x", {"RSeq: 1"}, audio("10.0.0.9", 9000));
+    story.say("P>A 200 OK branch=a1 ttag=y", {}, audio("10.0.0.2", 5000));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.1:4000>10.0.0.9:9000;PCMA/8000;sendrecv",
+                                           "audio;10.0.0.1:4000>10.0.0.2:5000;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, TellsTheMediaOfEachThatMakesAnOffer)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1");
+    story.say("P>A 200 OK branch=a1 ttag=x", {}, audio("10.0.0.9", 9000));
+    story.say("P>A 200 OK branch=a1 ttag=y", {}, audio("10.0.0.2", 5000));
+    story.say("A>P ACK branch=a2 ttag=x", {}, audio("10.0.0.1", 4000));
+    story.say("A>P ACK branch=a3 ttag=y", {}, audio("10.0.0.1", 4002));
+    EXPECT_THAT(story.media(), ElementsAre("audio;10.0.0.9:9000>10.0.0.1:4000;PCMA/8000;sendrecv",
+                                           "audio;10.0.0.2:5000>10.0.0.1:4002;PCMA/8000;sendrecv"));
+}
+
+TEST(CallMapperEndTest, TellsReliableProvisionalResponsesApart)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 1"});
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 2"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.mapper().repeats(), 0U);
+    EXPECT_EQ(story.media().size(), 1U);
+    story.say("P>A 183 Progress branch=a1 ttag=b", {"RSeq: 2"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.mapper().repeats(), 1U);
+}
+
+TEST(CallMapperEndTest, TellsTheMediaOfABoundedNumberOfAnswers)
+{
+    CCallStory story;
+    story.say("A>P INVITE branch=a1", {}, audio("10.0.0.1", 4000));
+    for (int n = 0; n < 100; ++n)
+        story.say("P>A 183 Progress branch=a1 ttag=t" + std::to_string(n), {"RSeq: 1"}, audio("10.0.0.2", 5000));
+    EXPECT_EQ(story.media().size(), CMediaNegotiation::cMaxAnswerers);
 }
 
 TEST(CallMapperEndTest, TakesTheMediaOfTheOriginatorsDialogOnly)

@@ -15,7 +15,10 @@ protected:
         m_story.say("P>B REFER cseq=2 branch=p5 ttag=bob", {"Refer-To: <sip:carol@example.com>"});
     }
     void accept() { m_story.say("B>P 202 Accepted cseq=2 method=REFER branch=p5 ttag=bob"); }
-    void callCarol() { m_story.say("B>P INVITE call=c2 branch=b1 ftag=b2 uri=sip:carol@example.com"); }
+    void callCarol(const std::string& sCallID = "c2")
+    {
+        m_story.say("B>P INVITE branch=b1 ftag=b2 uri=sip:carol@example.com call=" + sCallID);
+    }
 
     void expectTransfer()
     {
@@ -98,6 +101,26 @@ TEST_F(CallMapperRelationTest, LinksTheTransferOfACallThatHasEnded)
     callCarol();
     EXPECT_EQ(m_story.property(CDSPROP_RELATED_CALLID, "c2"), "sip:c1");
     expectNothing("c1");
+}
+
+TEST_F(CallMapperRelationTest, DoesNotLinkATransferThatIsAcceptedTooLate)
+{
+    refer();
+    m_story.after(33);
+    accept();
+    callCarol();
+    expectNothing("c2");
+}
+
+TEST_F(CallMapperRelationTest, RemembersABoundedNumberOfRecipients)
+{
+    refer();
+    for (char c = 'C'; c <= 'Z'; ++c)
+        m_story.say(std::string(1, c) + ">P 202 Accepted cseq=2 method=REFER branch=p5 ttag=bob");
+    m_story.say("Z>P INVITE call=c2 branch=z1 uri=sip:carol@example.com");
+    expectNothing("c2");
+    callCarol("c3");
+    EXPECT_EQ(m_story.property(CDSPROP_CALL_RELATION, "c3"), "transfer");
 }
 
 TEST_F(CallMapperRelationTest, LinksAReplacedCall)

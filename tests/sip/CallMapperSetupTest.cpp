@@ -30,7 +30,7 @@ TEST(CallMapperSetupTest, EndsEachValueWithOneZeroByte)
 {
     struct CSink final : CCallSink
     {
-        void onCallBegin(const std::string&) override {}
+        bool onCallBegin(const std::string&) override { return true; }
         void onCallUpdate(const std::string&, const std::vector<CCallChange>& vecChanges) override
         {
             for (const CCallChange& change : vecChanges)
@@ -219,6 +219,18 @@ TEST(CallMapperSetupTest, FollowsABoundedNumberOfCalls)
     EXPECT_EQ(story.counts().count("too many calls: one was closed"), 7U);
     EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "c0"), ElementsAre("timeout;-;too many calls"));
     EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "c9"), IsEmpty());
+}
+
+TEST(CallMapperSetupTest, GivesUpTheCallThatWouldBeClosedFirst)
+{
+    CCallMapperSettings settings;
+    settings.uMaxCalls = 2;
+    CCallStory story(settings);
+    story.answer();
+    story.after(1).say("A>P INVITE call=ringing");
+    story.after(1).say("A>P INVITE call=new");
+    EXPECT_THAT(story.disconnects(), IsEmpty()) << "it was silent longer, but may be";
+    EXPECT_THAT(story.entries(CDSLOG_DISCONNECT_ENTRY, "ringing"), ElementsAre("timeout;-;too many calls"));
 }
 
 TEST(CallMapperSetupTest, KeepsABoundedNumberOfValuesButAlwaysTheEnd)

@@ -31,6 +31,15 @@ public:
         return *this;
     }
 
+    /// Lets time pass in silence. The two messages that follow belong to no call: the second bears the first's time
+    /// out.
+    CCallStory& silence(double dSeconds)
+    {
+        after(dSeconds).say("A>P OPTIONS call=none");
+        say("A>P OPTIONS call=none");
+        return *this;
+    }
+
     void say(const std::string& sLine, const std::vector<std::string>& vecFields = {}, const std::string& sSdp = "");
 
     /// The record of a call.

@@ -6,21 +6,33 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
-/// A capture replayed without a store.
+/// Captures replayed without a store.
 struct CCaptureRun
 {
     explicit CCaptureRun(const std::string& sPath, bool bCloseOpen = false)
+        : CCaptureRun(std::vector<std::string>{sPath}, bCloseOpen)
     {
+    }
+    explicit CCaptureRun(const std::vector<std::string>& vecPaths, bool bCloseOpen = false)
+    {
+        CCaptureReplay replay(sink, {});
         std::string sError;
-        EXPECT_TRUE(replayCapture(sPath, sink, {}, bCloseOpen, &summary, &sError)) << sPath << ": " << sError;
-        EXPECT_EQ(summary.sDamage, "");
+        for (const std::string& sPath : vecPaths)
+            EXPECT_TRUE(replay.add(sPath, &sError)) << sPath << ": " << sError;
+        replay.finish(bCloseOpen);
+        for (const CCaptureSummary& capture : replay.captures())
+        {
+            EXPECT_EQ(capture.sDamage, "");
+            summary = capture;
+        }
     }
 
     const CRecordBook& records() const { return sink.records(); }
 
     CRecordBookSink sink;
-    CCaptureSummary summary;
+    CCaptureSummary summary; // of the last
 };
 
 /// The first stamp of a log as seconds since 1970 with six decimals, as the tables of expected calls write it; empty

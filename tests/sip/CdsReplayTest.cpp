@@ -1,10 +1,12 @@
 // The program as a person runs it: exit status, output, errors.
 
 #include <cstdio>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -97,6 +99,29 @@ TEST(CdsReplayTest, SaysWhatItCouldNotRead)
     EXPECT_EQ(run(s_sFolder + "README.md").nExit, 1);
 }
 
+TEST(CdsReplayTest, SaysThatTheCallToWatchIsNotThere)
+{
+    const CRun result = run("2>&1 " + s_sFolder + "sip.pcap --no-wait-eoc --watch nobody@nowhere");
+    EXPECT_EQ(result.nExit, 1);
+    EXPECT_THAT(result.sOutput, HasSubstr("no call with the Call-ID nobody@nowhere"));
+    EXPECT_THAT(result.sOutput, HasSubstr("200 calls\n"));
+}
+
+TEST(CdsReplayTest, ShowsWhatADamagedCaptureHeldAndFails)
+{
+    const std::string sDamaged = testing::TempDir() + "damaged-" + std::to_string(getpid()) + ".pcap";
+    std::filesystem::copy_file(s_sFolder + "sip.pcap", sDamaged, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file(sDamaged, std::filesystem::file_size(sDamaged) - 7);
+    for (const std::string& sArguments : {sDamaged, s_sFolder + "sip.pcap --compare " + sDamaged})
+    {
+        const CRun result = run("2>&1 --no-wait-eoc " + sArguments);
+        EXPECT_EQ(result.nExit, 1);
+        EXPECT_THAT(result.sOutput, HasSubstr("cdsreplay: the capture " + sDamaged + " is damaged"));
+        EXPECT_THAT(result.sOutput, HasSubstr("200 calls\n"));
+    }
+    std::filesystem::remove(sDamaged);
+}
+
 TEST(CdsReplayTest, TellsMisuseFromFailure)
 {
     EXPECT_EQ(run("").nExit, 2);
@@ -109,6 +134,7 @@ TEST(CdsReplayTest, HelpsOnStandardOutput)
     const CRun help = run("--help");
     EXPECT_EQ(help.nExit, 0);
     EXPECT_THAT(help.sOutput, HasSubstr("Exit status: 0 done, 1 refused or failed"));
+    EXPECT_THAT(help.sOutput, HasSubstr("the one that would be closed first gives way"));
     const CRun version = run("--version");
     EXPECT_EQ(version.nExit, 0);
     EXPECT_THAT(version.sOutput, testing::StartsWith("cdsreplay "));

@@ -3,6 +3,7 @@
 
 #include "CaptureRun.h"
 #include "CsvFile.h"
+#include "CutCapture.h"
 
 #include <gmock/gmock.h>
 
@@ -208,13 +209,39 @@ TEST(GeneratedCapturesTest, ClosesOpenCallsIfAskedFor)
 TEST(CaptureFileTest, SaysWhyAFileCannotBeRead)
 {
     CRecordBookSink sink;
-    CCaptureSummary summary;
+    CCaptureReplay replay(sink, {});
     std::string sError;
-    EXPECT_FALSE(replayCapture("no/such/file.pcap", sink, {}, false, &summary, &sError));
+    EXPECT_FALSE(replay.add("no/such/file.pcap", &sError));
     EXPECT_THAT(sError, EndsWith("No such file or directory"));
     sError.clear();
-    EXPECT_FALSE(replayCapture(s_sFolder + "calls_plan.csv", sink, {}, false, &summary, &sError));
+    EXPECT_FALSE(replay.add(s_sFolder + "calls_plan.csv", &sError));
     EXPECT_NE(sError, "");
+}
+
+TEST(CaptureFileTest, TakesFilesThatFollowEachOtherForOne)
+{
+    for (const char* pszCapture : {"sip.pcap", "hep3.pcap", "corr/sip.pcap"}) // calls and TCP connections are cut
+    {
+        SCOPED_TRACE(pszCapture);
+        const CCaptureRun whole(s_sFolder + pszCapture);
+        for (const double dPart : {0.3, 0.5})
+        {
+            const CCutCapture cut(s_sFolder + pszCapture, dPart);
+            const CCaptureRun parts(cut.paths());
+            ASSERT_EQ(parts.records().size(), whole.records().size());
+            EXPECT_EQ(parts.sink.ended(), whole.sink.ended());
+            for (const auto& [sRecordID, record] : whole.records())
+                EXPECT_TRUE(record.sameValues(parts.records().at(sRecordID))) << sRecordID;
+            EXPECT_LT(parts.summary.ullMessages, whole.summary.ullMessages) << "each file has its own counts";
+        }
+    }
+}
+
+TEST(CaptureFileTest, BelievesTheClockOfEachFile)
+{
+    const CCutCapture cut(s_sFolder + "sip.pcap", 0.5, 100 * 86'400);
+    const CCaptureRun run(cut.paths());
+    EXPECT_TRUE(run.summary.counts.warnings().empty());
 }
 
 } // namespace

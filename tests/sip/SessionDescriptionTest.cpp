@@ -68,11 +68,40 @@ TEST(SessionDescriptionTest, IsNotPutOffByLinesThatTheMediaDoNotNeed)
     EXPECT_EQ(vecMedia.size(), 1U);
 }
 
+/// What is agreed when both sides send this.
+std::vector<std::string> agreed(const std::string& sSdp)
+{
+    std::vector<CSdpMedia> vecMedia;
+    EXPECT_TRUE(parseSdp(sSdp, &vecMedia)) << sSdp;
+    return describeMedia(vecMedia, vecMedia);
+}
+
+TEST(SessionDescriptionTest, IsNotPutOffByLinesThatAreEmptyMissingOrElsewhere)
+{
+    const std::string sAgreed = "audio;10.0.0.9:1>10.0.0.9:1;opus/48000;inactive"; // two who only send
+    const std::string sOwner = "v=0\r\no=- 1 1 IN IP4 h\r\n";
+    const std::string sConnection = "c=IN IP4 10.0.0.9\r\n";
+    const std::string sMedia = "m=audio 1 RTP/AVP 96\r\n";
+    const std::string sMap = "a=rtpmap:96 opus/48000\r\n";
+    const std::string sRest = sMedia + sMap + "a=sendonly\r\n";
+    EXPECT_THAT(agreed(sOwner + "s= \r\n" + sConnection + "t=0 0\r\n" + sRest), ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=\r\n" + sConnection + "t=0 0\r\n" + sRest), ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=-\r\n" + sConnection + sRest), ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=-\r\nt=0 0\r\n" + sConnection + sRest), ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=-\r\n" + sConnection + "a=sendonly\r\nt=0 0\r\n" + sMedia + sMap),
+                ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=-\r\nt=0 0\r\n" + sMedia + sMap + sConnection + "a=sendonly\r\n"),
+                ElementsAre(sAgreed));
+    EXPECT_THAT(agreed(sOwner + "s=-\r\n" + sConnection + "t=0 0\r\na=\r\n" + sMedia + "a=\r\n" + sMap + "a=sendonly"),
+                ElementsAre(sAgreed));
+}
+
 TEST(SessionDescriptionTest, RefusesNonsense)
 {
     std::vector<CSdpMedia> vecMedia;
     EXPECT_FALSE(parseSdp("", &vecMedia));
     EXPECT_FALSE(parseSdp("nonsense", &vecMedia));
+    EXPECT_FALSE(parseSdp("v=0\r\nm=audio\r\n", &vecMedia));
 }
 
 TEST(SessionDescriptionTest, ReadsABoundedNumberOfLines)

@@ -144,6 +144,7 @@ TEST(SipParserTest, ReadsReasonReplacesReferAndTimers)
     EXPECT_EQ(message.referTo.identity(), "carol");
     EXPECT_EQ(message.dwSessionExpires, 1800U);
     EXPECT_TRUE(message.bReliable);
+    EXPECT_EQ(message.dwRSeq, 1U);
 }
 
 TEST(SipParserTest, CutsTheBodyToContentLengthWhereItIsANumber)
@@ -154,6 +155,33 @@ TEST(SipParserTest, CutsTheBodyToContentLengthWhereItIsANumber)
     EXPECT_EQ(parsed(sHead + "Content-Length: 999\r\n\r\nv=0").sSdp, "v=0");
     EXPECT_EQ(parsed(sHead + "\r\nv=0").sSdp, "v=0");
     EXPECT_EQ(parsed(s_sInvite + s_sParties + "Content-Type: text/plain\r\n\r\nv=0").sSdp, "");
+}
+
+TEST(SipParserTest, TakesABodyWithZeroBytes)
+{
+    const std::string sBody("v=0\r\n\0", 6);
+    EXPECT_EQ(parsed(s_sInvite + s_sParties + "Content-Type: application/sdp\r\n\r\n" + sBody).sSdp, sBody);
+}
+
+TEST(SipParserTest, FindsTheSessionDescriptionAmongTheBodysParts)
+{
+    const std::string sHead = s_sInvite + s_sParties;
+    const std::string sParts =
+        "preamble --b\r\n--b \r\nContent-Type: application/isup;version=x\r\n\r\n\x01" + std::string(1, '\0') +
+        "\r\n--b\r\nContent-Disposition: session\r\nc: Application/SDP\r\n\r\nv=0\r\ns=-\r\n" + "\r\n--b--\r\nv=1";
+    EXPECT_EQ(parsed(sHead + "Content-Type: multipart/mixed;boundary=b\r\n\r\n" + sParts).sSdp, "v=0\r\ns=-\r\n\r\n");
+    EXPECT_EQ(parsed(sHead + "Content-Type: Multipart/Mixed; x=y ; Boundary=\"b\"\r\n\r\n" + sParts).sSdp,
+              "v=0\r\ns=-\r\n\r\n");
+}
+
+TEST(SipParserTest, FindsNoSessionDescriptionInABodyThatIsNotCutUp)
+{
+    const std::string sPart = "--b\r\nContent-Type: application/sdp\r\n\r\nv=0\r\n";
+    const std::string sHead = s_sInvite + s_sParties + "Content-Type: multipart/mixed";
+    EXPECT_EQ(parsed(sHead + "\r\n\r\n" + sPart).sSdp, "");
+    EXPECT_EQ(parsed(sHead + ";boundary=\r\n\r\n" + sPart).sSdp, "");
+    EXPECT_EQ(parsed(sHead + ";boundary=c\r\n\r\n" + sPart).sSdp, "");
+    EXPECT_EQ(parsed(sHead + ";boundary=b\r\n\r\n" + "--b").sSdp, "");
 }
 
 TEST(SipParserTest, RefusesWhatIsNoMessage)

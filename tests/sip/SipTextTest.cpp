@@ -50,6 +50,11 @@ TEST(SipTextTest, MakesValidUtf8)
     EXPECT_EQ(toUtf8("\xED\xA0\x80", 100), sBad + sBad + sBad) << "surrogate";
     EXPECT_EQ(toUtf8("\xF4\x90\x80\x80", 100), sBad + sBad + sBad + sBad) << "past the last character";
     EXPECT_EQ(toUtf8(std::string_view("a\0b\nc\x7F", 6), 100), "a" + sBad + "b" + sBad + "c" + sBad);
+    EXPECT_EQ(toUtf8("\xC2\x9B"
+                     "31m\xC2\x80\xC2\x9F\xC2\xA0",
+                     100),
+              sBad + "31m" + sBad + sBad + "\xC2\xA0")
+        << "a terminal obeys these, too";
 }
 
 TEST(SipTextTest, CutsBetweenCharacters)

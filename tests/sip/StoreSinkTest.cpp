@@ -67,7 +67,7 @@ protected:
 
 TEST_F(StoreSinkTest, DeliversEachMessagesChanges)
 {
-    m_pSink->onCallBegin(cRecord);
+    ASSERT_TRUE(m_pSink->onCallBegin(cRecord));
     m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10), entry(CDSLOG_CONNECT_ENTRY, "x", 10)});
     m_pSink->onCallUpdate(cRecord, {entry(CDSLOG_CONNECT_ENTRY, "y", 20)});
     EXPECT_EQ(m_pAll->deliveries(), 2U);
@@ -81,7 +81,7 @@ TEST_F(StoreSinkTest, DeliversEachMessagesChanges)
 
 TEST_F(StoreSinkTest, DeliversAnEndedCallALastTime)
 {
-    m_pSink->onCallBegin(cRecord);
+    ASSERT_TRUE(m_pSink->onCallBegin(cRecord));
     m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10)});
     m_pSink->onCallUpdate(cRecord, {entry(CDSLOG_DISCONNECT_ENTRY, "caller;-;BYE", 20)});
     m_pSink->onCallEnd(cRecord);
@@ -94,9 +94,20 @@ TEST_F(StoreSinkTest, DeliversAnEndedCallALastTime)
     EXPECT_THAT(record.entries(CDSLOG_DISCONNECT_ENTRY), ElementsAre("caller;-;BYE"));
 }
 
+TEST_F(StoreSinkTest, DoesNotBeginACallAgainThatHasEnded)
+{
+    EXPECT_TRUE(m_pSink->onCallBegin(cRecord));
+    m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10)});
+    m_pSink->onCallEnd(cRecord);
+    EXPECT_FALSE(m_pSink->onCallBegin(cRecord));
+    EXPECT_EQ(m_pSink->ended(), 1U);
+    pass(40);
+    EXPECT_EQ(m_pEnds->deliveries(), 1U) << "as many as calls have ended";
+}
+
 TEST_F(StoreSinkTest, KeepsACallThatHasNotEnded)
 {
-    m_pSink->onCallBegin(cRecord);
+    ASSERT_TRUE(m_pSink->onCallBegin(cRecord));
     m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10)});
     pass(60);
     EXPECT_EQ(m_pEnds->deliveries(), 0U);
@@ -104,7 +115,7 @@ TEST_F(StoreSinkTest, KeepsACallThatHasNotEnded)
 
 TEST_F(StoreSinkTest, LetsOpenCallsGoWhenItIsDestroyed)
 {
-    m_pSink->onCallBegin(cRecord);
+    ASSERT_TRUE(m_pSink->onCallBegin(cRecord));
     m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10)});
     m_pSink.reset();
     pass(40);
@@ -124,7 +135,7 @@ TEST_F(StoreSinkTest, WatchesOneCallOnly)
     ASSERT_EQ(one.start(cServerIP, cRecord, "*"), 0);
     for (const std::string sRecord : {cRecord, "sip:c2"})
     {
-        m_pSink->onCallBegin(sRecord);
+        ASSERT_TRUE(m_pSink->onCallBegin(sRecord));
         m_pSink->onCallUpdate(sRecord, {property(CDSPROP_CALLERID, "alice", 10)});
     }
     EXPECT_EQ(one.deliveries(), 1U);
@@ -134,7 +145,7 @@ TEST_F(StoreSinkTest, WatchesOneCallOnly)
 TEST_F(StoreSinkTest, StopsDeliveringToAWatcherThatStopped)
 {
     m_pAll->stop();
-    m_pSink->onCallBegin(cRecord);
+    ASSERT_TRUE(m_pSink->onCallBegin(cRecord));
     m_pSink->onCallUpdate(cRecord, {property(CDSPROP_CALLERID, "alice", 10)});
     EXPECT_EQ(m_pAll->deliveries(), 0U);
 }

@@ -122,6 +122,61 @@ TEST_F(TcpReassemblyTest, EndsAStreamWithItsLastSegment)
     EXPECT_EQ(m_reassembly.streams(), 0U);
 }
 
+TEST_F(TcpReassemblyTest, EndsAStreamOnlyWhereItsLastByteIs)
+{
+    segment(100, "abc");
+    segment(109, "", 16 | 1);
+    segment(50, "", 16 | 1);
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+    segment(103, "def");
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+    segment(106, "ghi");
+    EXPECT_EQ(m_sStream, "abcdefghi");
+    EXPECT_EQ(m_reassembly.streams(), 0U) << "the end was known before the last bytes";
+}
+
+TEST_F(TcpReassemblyTest, MakesNoStreamOfSegmentsWithoutData)
+{
+    for (const int nFlags : {16, 16 | 1, 16 | 4})
+    {
+        segment(100, "", static_cast<std::uint8_t>(nFlags));
+        EXPECT_EQ(m_reassembly.streams(), 0U);
+    }
+}
+
+TEST_F(TcpReassemblyTest, BelievesNoEndThatIsFarFromTheOthers)
+{
+    segment(100, "abc");
+    segment(0x60000000, "stray", 16 | 1);
+    segment(103, "def");
+    EXPECT_EQ(m_sStream, "abcdef");
+    EXPECT_EQ(m_reassembly.streams(), 1U);
+}
+
+TEST_F(TcpReassemblyTest, DropsASegmentFarFromTheOthers)
+{
+    segment(100, "abc");
+    segment(0x60000000, "stray");
+    segment(0xC0000000, "stray");
+    segment(103, "def", 16, CTcpReassembly::cGapMicros + 1);
+    segment(106, "ghi", 16, CTcpReassembly::cGapMicros + 2);
+    EXPECT_EQ(m_sStream, "abcdefghi");
+    EXPECT_EQ(m_counts.count("TCP segment far from the others of its stream"), 2U);
+}
+
+TEST_F(TcpReassemblyTest, FollowsAStreamThatGoesOnElsewhere)
+{
+    segment(0x20000000, "abc");
+    segment(0x20000005, "!"); // waits for the byte between
+    segment(0x60000000, "def");
+    segment(0x60000003, "ghi");
+    EXPECT_EQ(m_sStream, "abc|!|ghi");
+    segment(100, "jkl");
+    segment(103, "mno");
+    segment(106, "pqr");
+    EXPECT_EQ(m_sStream, "abc|!|ghi|mnopqr");
+}
+
 TEST_F(TcpReassemblyTest, StartsAnewWhenPortsAreUsedAgain)
 {
     segment(99, "", 2);
