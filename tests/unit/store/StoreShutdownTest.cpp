@@ -435,6 +435,16 @@ TEST_P(HalfMadeStoreTest, SaysWhatIsMissing)
               1U);
 }
 
+TEST_P(HalfMadeStoreTest, SaysSoAtTheErrorLevel)
+{
+    m_story.ends();
+    CFakeLog::setTraceMask("OvnCDS", ~1U);
+    CFakeLog::clear();
+    GetParam().pfnFail();
+    m_story.beginsAgain();
+    EXPECT_THAT(CFakeLog::texts(), IsEmpty());
+}
+
 TEST_P(HalfMadeStoreTest, HasItsProxyButNoEventLog)
 {
     EXPECT_NE(g_pCDSNetProxy, nullptr);
