@@ -201,5 +201,7 @@ TEST(KRExceptionTest, HoldsCodeAndPlace)
 TEST(KRExceptionTest, CutsALongPlace)
 {
     const KRException exception(-1, std::string(400, 'x').c_str(), 1);
-    EXPECT_EQ(exception.location(), std::string(KRException::cMaxLocation, 'x'));
+    EXPECT_EQ(exception.location(), std::string(270, 'x'));
+    const KRException longest(-1, std::string(268, 'x').c_str(), 1);
+    EXPECT_EQ(longest.location(), std::string(268, 'x') + ".1");
 }

@@ -4,6 +4,7 @@
 #include "CPEvent.h"
 #include "ClockWaits.h"
 #include "FakeConstruction.h"
+#include "FakeLives.h"
 
 namespace {
 struct CEventRecords
@@ -36,12 +37,14 @@ CPEvent::CPEvent(int nAutoReset, const char* pszName, int nClear)
     const std::lock_guard lock(records().mtx);
     records().vecCreations.push_back({nAutoReset, pszName, nClear});
     ++records().uAlive;
+    CFakeLives::note("CPEvent");
 }
 
 CPEvent::~CPEvent()
 {
     const std::lock_guard lock(records().mtx);
     --records().uAlive;
+    CFakeLives::note("~CPEvent");
 }
 
 void CPEvent::set() noexcept

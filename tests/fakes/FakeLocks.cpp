@@ -3,6 +3,7 @@
 #include "AllocationPause.h"
 #include "CPCritSec.h"
 #include "FakeConstruction.h"
+#include "FakeLives.h"
 
 #include <algorithm>
 #include <atomic>
@@ -54,14 +55,17 @@ CPCritSec::CPCritSec(const char* pszName, int nFlag) : m_pszName(pszName)
     const std::lock_guard lock(records().mtx);
     records().vecCreations.push_back({pszName, nFlag, this});
     ++records().lAlive;
+    CFakeLives::note(std::string("CPCritSec ") + pszName);
 }
 
 CPCritSec::~CPCritSec()
 {
     if (!recording())
         return;
+    CAllocationPause pause;
     const std::lock_guard lock(records().mtx);
     --records().lAlive;
+    CFakeLives::note(std::string("~CPCritSec ") + m_pszName);
 }
 
 // The analysis cannot know that m_mutex is what the class as a whole stands for.

@@ -2,6 +2,7 @@
 #include "FakeLog.h"
 
 #include "AllocationPause.h"
+#include "FakeLives.h"
 #include "FakeLogState.h"
 
 #include <algorithm>
@@ -154,7 +155,9 @@ std::size_t CFakeLog::registriesAlive()
 
 std::vector<std::string> CFakeLog::lifeCycle()
 {
-    return locked([](CFakeLogState& log) { return log.vecLifeCycle; });
+    std::vector<std::string> vecEntries = CFakeLives::all();
+    std::erase_if(vecEntries, [](const std::string& sEntry) { return sEntry.find("CLogFile") == std::string::npos; });
+    return vecEntries;
 }
 
 void CFakeLog::reset()
@@ -166,7 +169,6 @@ void CFakeLog::reset()
         log.vecEvents.clear();
         log.vecCreations.clear();
         log.vecRegistries.clear();
-        log.vecLifeCycle.clear();
         log.vecTraceableQueries.clear();
         log.optTraceable.reset();
         log.lReportResult = 0;

@@ -25,6 +25,8 @@ public:
         bool bReservedNull = true; ///< the argument before the format was null
         bool bStored = true;       ///< a log that is not traceable drops what it is handed
         std::thread::id idThread{};
+        std::vector<std::string> vecLocks{}; ///< held by the thread, while locks are recorded
+        std::size_t uLives = 0;              ///< entries of CFakeLives before the line
     };
 
     struct CEvent

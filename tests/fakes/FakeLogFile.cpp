@@ -1,5 +1,7 @@
 // What the code under test sees of the fake log.
 #include "AllocationPause.h"
+#include "FakeLives.h"
+#include "FakeLocks.h"
 #include "FakeLogState.h"
 #include "KRLogLib.h"
 
@@ -113,6 +115,20 @@ CFakeLog::CEvent makeEvent(std::uint32_t dwEventID, std::uint16_t wCount, std::u
     return event;
 }
 
+CFakeLog::CLine makeLine(const std::string& sLog, std::string sText, int nPriority, bool bReservedNull, bool bWide)
+{
+    CFakeLog::CLine line;
+    line.sLog = sLog;
+    line.sText = std::move(sText);
+    line.nPriority = nPriority;
+    line.bWide = bWide;
+    line.bReservedNull = bReservedNull;
+    line.idThread = std::this_thread::get_id();
+    line.vecLocks = CFakeLocks::heldByThisThread();
+    line.uLives = CFakeLives::count();
+    return line;
+}
+
 CFakeLog::CEvent withSeverity(CFakeLog::CEvent event, CLogFile::RE_SEVERITY eSeverity)
 {
     event.bSeverity = true;
@@ -131,7 +147,7 @@ CLogFile::CLogFile(const char* pszName, const char* pszSecondName, bool bAppendO
     m_pState->sName = text(pszName);
     m_pState->pMask = &log.mask(m_pState->sName);
     log.vecCreations.push_back({text(pszName), pszSecondName == nullptr, bAppendOnly, bCreate, bEvents});
-    log.vecLifeCycle.push_back("CLogFile " + m_pState->sName);
+    CFakeLives::note("CLogFile " + m_pState->sName);
     ++log.uLogsAlive;
 }
 
@@ -140,7 +156,7 @@ CLogFile::~CLogFile()
     CAllocationPause pause;
     CFakeLogState& log = CFakeLogState::get();
     const std::lock_guard lock(log.mtx);
-    log.vecLifeCycle.push_back("~CLogFile " + m_pState->sName);
+    CFakeLives::note("~CLogFile " + m_pState->sName);
     --log.uLogsAlive;
 }
 
@@ -161,9 +177,8 @@ bool CLogFile::IsTraceable(int nPriority) const noexcept
 void CLogFile::LogStringArgListX(int nPriority, const char* pszReserved, const char* pszFormat, va_list args) noexcept
 {
     CAllocationPause pause;
-    CFakeLog::CLine line{
-        m_pState->sName,           formatted(pszFormat, args), nPriority, false, pszReserved == nullptr, true,
-        std::this_thread::get_id()};
+    CFakeLog::CLine line =
+        makeLine(m_pState->sName, formatted(pszFormat, args), nPriority, pszReserved == nullptr, false);
     CFakeLogState& log = CFakeLogState::get();
     const std::lock_guard lock(log.mtx);
     line.bStored = m_pState->traceable(log, nPriority);
@@ -174,9 +189,8 @@ void CLogFile::LogStringArgListX(int nPriority, const wchar_t* pszReserved, cons
                                  va_list args) noexcept
 {
     CAllocationPause pause;
-    CFakeLog::CLine line{
-        m_pState->sName,           formatted(pszFormat, args), nPriority, true, pszReserved == nullptr, true,
-        std::this_thread::get_id()};
+    CFakeLog::CLine line =
+        makeLine(m_pState->sName, formatted(pszFormat, args), nPriority, pszReserved == nullptr, true);
     CFakeLogState& log = CFakeLogState::get();
     const std::lock_guard lock(log.mtx);
     line.bStored = m_pState->traceable(log, nPriority);
@@ -244,7 +258,7 @@ CLogFileRegistry::CLogFileRegistry(CLogFile* pLog, const char* pszKey, const cha
                                  {ulDestination, ulEnabled, ulMaxFiles, ulMaxFileKB, ulTraceMask, ulPriorityMask,
                                   ulConsoleTraceMask, ulConsolePriorityMask, ulDropWhenFull, ulQueueLines, ulReserved3,
                                   ulFollowConfiguration, ulFollowIntervalMs, ulUtc, ulReserved4}});
-    log.vecLifeCycle.push_back("CLogFileRegistry " + bound.sName);
+    CFakeLives::note("CLogFileRegistry " + bound.sName);
     ++log.uRegistriesAlive;
 }
 
@@ -254,7 +268,7 @@ CLogFileRegistry::~CLogFileRegistry()
     CFakeLogState& log = CFakeLogState::get();
     const std::lock_guard lock(log.mtx);
     log.mask(m_pState->sLog).dwBound = 0;
-    log.vecLifeCycle.push_back("~CLogFileRegistry " + m_pState->sLog);
+    CFakeLives::note("~CLogFileRegistry " + m_pState->sLog);
     --log.uRegistriesAlive;
 }
 } // namespace KRLogLib

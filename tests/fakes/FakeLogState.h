@@ -31,7 +31,6 @@ struct CFakeLogState
     std::vector<CFakeLog::CEvent> vecEvents;
     std::vector<CFakeLog::CLogArguments> vecCreations;
     std::vector<CFakeLog::CRegistryArguments> vecRegistries;
-    std::vector<std::string> vecLifeCycle;
     std::vector<int> vecTraceableQueries;
     std::size_t uLogsAlive = 0;
     std::size_t uRegistriesAlive = 0;

@@ -5,6 +5,7 @@
 #include "CPThread.h"
 #include "CPortable.h"
 #include "FakeConstruction.h"
+#include "FakeLives.h"
 #include "KRException.h"
 
 #include <memory>
@@ -48,6 +49,7 @@ void noteEnd()
 struct CPThread::CState
 {
     CPEvent* pStopEvent;
+    std::string sName;
     std::thread thread;
 };
 
@@ -58,7 +60,8 @@ CPThread::CPThread(const char* pszName, void (*pfnEntry)(void*), void* pArg, CPE
     noteStart({pszName, pArg, pStopEvent, false});
     try
     {
-        m_pState = std::make_unique<CState>(CState{pStopEvent, std::thread(pfnEntry, pArg)});
+        m_pState = std::make_unique<CState>(CState{pStopEvent, pszName, std::thread(pfnEntry, pArg)});
+        CFakeLives::note(std::string("CPThread ") + pszName);
     }
     catch (const std::system_error&)
     {
@@ -72,6 +75,8 @@ CPThread::~CPThread()
     m_pState->pStopEvent->set();
     m_pState->thread.join();
     noteEnd();
+    CAllocationPause pause;
+    CFakeLives::note("~CPThread " + m_pState->sName);
 }
 
 void CPortable::SetCurrentThreadName(const char* pszName) noexcept

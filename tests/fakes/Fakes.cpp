@@ -16,6 +16,7 @@ void CFakeWorld::reset()
     CFakeConfiguration::reset();
     CFakeEvents::reset();
     CFakeGuid::reset();
+    CFakeLives::reset();
     CFakeLocks::reset();
     CFakeLog::reset();
     CFakeThreads::reset();

@@ -5,6 +5,7 @@
 #include "FakeConfiguration.h"
 #include "FakeEvents.h"
 #include "FakeGuid.h"
+#include "FakeLives.h"
 #include "FakeLocks.h"
 #include "FakeLog.h"
 #include "FakeThreads.h"

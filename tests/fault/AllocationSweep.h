@@ -39,6 +39,8 @@ template <class TOperation> SOutcome attempted(const TOperation& operation)
 /// Runs an operation on a fresh object with 0, 1, 2, ... allocations granted until none is refused: once with all later
 /// ones refused too, once with one refused and the rest granted.
 ///
+/// Whatever is refused, the operation has given back every lock that it took.
+///
 /// @param make     makes the object
 /// @param operate  takes it, returns a result
 /// @param check    takes the object and the outcome; told also when nothing was refused
@@ -56,11 +58,15 @@ void sweep(const TMake& make, const TOperate& operate, const TCheck& check)
                          std::to_string(uGranted));
             auto object = make();
             SOutcome outcome;
+            CFakeLocks::reset();
+            CFakeLocks::record(true);
             {
                 const CFailingAllocator failing(uGranted, eMode);
                 outcome = attempted([&] { return operate(object); });
                 bHit = failing.hit();
             }
+            CFakeLocks::record(false);
+            EXPECT_TRUE(CFakeLocks::balanced());
             EXPECT_TRUE(outcome.ulThrown == 0 || outcome.ulThrown == cBlobRefused) << outcome.ulThrown;
             check(object, outcome);
             EXPECT_TRUE(bHit || outcome.succeeded()) << "failed with all the memory it asked for";

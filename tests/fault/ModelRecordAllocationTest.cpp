@@ -183,6 +183,102 @@ TEST_F(RecordAllocationTest, IterationsReportItAndCanBeRepeated)
             });
 }
 
+TEST_F(RecordAllocationTest, AnIterationThatCannotBeginLeavesTheOneBefore)
+{
+    struct SIterated
+    {
+        CRecord pRecord;
+        int nNext;
+        std::string sName;
+        std::string sValue;
+    };
+    struct SIteration
+    {
+        const char* pszName;
+        std::function<long(SIterated&)> fnNext;
+        std::string sSecond;
+    };
+    const auto takeValue = [](SIterated& iterated, long lResult, const unsigned char* pData, int nLength) {
+        const CAllocationPause pause;
+        iterated.sValue = lResult < 0 ? std::string() : textOf(pData, nLength);
+        return lResult;
+    };
+    const SIteration aIterations[] = {
+        {"properties",
+         [&](SIterated& it) {
+             unsigned char* pData = nullptr;
+             int nLength = 0;
+             const long lResult = it.pRecord->getProperty(&it.nNext, &it.sName, &pData, &nLength, at(0), nullptr);
+             return takeValue(it, lResult, pData, nLength);
+         },
+         "second"},
+        {"entries",
+         [&](SIterated& it) {
+             unsigned char* pData = nullptr;
+             int nLength = 0;
+             const long lResult = it.pRecord->getLogEntry("L", &it.nNext, &pData, &nLength, at(0), nullptr);
+             return takeValue(it, lResult, pData, nLength);
+         },
+         "second"},
+        {"entries by partial name",
+         [&](SIterated& it) {
+             unsigned char* pData = nullptr;
+             int nLength = 0;
+             const long lResult =
+                 it.pRecord->getLogEntryByPartialName("L", &it.nNext, &pData, &nLength, at(0), nullptr);
+             return takeValue(it, lResult, pData, nLength);
+         },
+         "second"},
+        {"log names",
+         [](SIterated& it) {
+             const long lResult = it.pRecord->getLogName(it.nNext, &it.sName);
+             it.nNext += lResult < 0 ? 0 : 1; // the caller's own count
+             const CAllocationPause pause;
+             it.sValue = it.sName;
+             return lResult;
+         },
+         g_sOther},
+    };
+    for (const auto& [pszName, fnNext, sSecond] : aIterations)
+    {
+        SCOPED_TRACE(pszName);
+        bool bFailed = false;
+        sweep(
+            [&next = fnNext] {
+                SIterated iterated{std::make_unique<CCallData>("C1"), 0, {}, {}};
+                iterated.sName.reserve(200); // the caller's room, so that only the record's own can fail
+                put(*iterated.pRecord, "A", "first", at(10));
+                put(*iterated.pRecord, "B", "second", at(10));
+                add(*iterated.pRecord, "L", "first", at(10));
+                add(*iterated.pRecord, "L", "second", at(20));
+                add(*iterated.pRecord, g_sOther, "x", at(10));
+                EXPECT_THAT(next(iterated), IsOk());
+                put(*iterated.pRecord, "C", "late", at(10));
+                add(*iterated.pRecord, "L", "late", at(30));
+                add(*iterated.pRecord, "late", "x", at(10));
+                iterated.nNext = 0;
+                return iterated;
+            },
+            [&next = fnNext](SIterated& iterated) { return next(iterated); },
+            [&, &next = fnNext, &sExpected = sSecond](SIterated& iterated, const SOutcome& outcome) {
+                EXPECT_FALSE(outcome.bBadAlloc || outcome.ulThrown != 0);
+                if (outcome.succeeded())
+                {
+                    EXPECT_EQ(iterated.nNext, 1);
+                    return;
+                }
+                bFailed = true;
+                EXPECT_THAT(outcome.lResult, FailsWith(E_CDS_OUTOFMEMORY));
+                EXPECT_EQ(iterated.nNext, 0);
+                iterated.nNext = 1; // goes on where the one before was
+                EXPECT_THAT(next(iterated), IsOk());
+                EXPECT_EQ(iterated.sValue, sExpected);
+                EXPECT_THAT(next(iterated), FailsWith(E_CDS_NOTFOUND)); // which knew of nothing that came late
+            });
+        EXPECT_TRUE(bFailed);
+    }
+}
+
 TEST_F(RecordAllocationTest, DumpAndTraceLeaveTheRecordWhole)
 {
     const CRecord pExpected = makeRecord();
@@ -347,6 +443,7 @@ TEST_F(RecordCompareAllocationTest, AFailingEntryIsTracedAndEndsTheMerge)
     EXPECT_THAT(lResult, FailsWith(E_CDS_OUTOFMEMORY));
     EXPECT_FALSE(bChanged);
     EXPECT_LE(held.getAppendLogEntriesCount(), 1U); // the second entry was not offered any more
+    EXPECT_THAT(linesUnder(~(cError | cInfo | cDetail), mergeWithout), ::testing::IsEmpty());
     const std::vector<std::string> vecLines = linesUnder(cError | cInfo, mergeWithout);
     ASSERT_GE(vecLines.size(), 2U);
     EXPECT_EQ(vecLines[vecLines.size() - 2], "CCallData::merge: Error(0xC1170A28) appendlogEntry");
@@ -381,6 +478,68 @@ TEST_F(RecordTextAllocationTest, ReadingReportsItAndKeepsTheRecordUsable)
                 EXPECT_THAT(contentOf(*pRecord), ::testing::Contains(SItem{"SHORT", "held", at(10)}));
                 EXPECT_THAT(put(*pRecord, g_sOther, "later", at(99)), true);
             });
+}
+
+TEST_F(RecordTextAllocationTest, AValueWhoseBytesFoundNoRoomReadsAsAnEmptyOne)
+{
+    CCallData incoming("C1");
+    put(incoming, "A", "a value", at(10));
+    add(incoming, "L", "an entry", at(10));
+    const std::string sText = serialized(incoming);
+    std::size_t uLost = 0;
+    bool bHit = true;
+    for (std::size_t uGranted = 0; bHit; ++uGranted)
+    {
+        SCOPED_TRACE(uGranted);
+        CCallData record("C1");
+        long lRead = 0;
+        {
+            const CFailingAllocator failing(uGranted, CFailingAllocator::Mode::RefuseOne);
+            lRead = record.deserialize(sText);
+            bHit = failing.hit();
+        }
+        const std::vector<SItem> vecHeld = contentOf(record);
+        if (lRead < 0 || vecHeld.size() != 2 || (!vecHeld[0].sValue.empty() && !vecHeld[1].sValue.empty()))
+            continue;
+        ++uLost;
+        const bool bProperty = vecHeld[0].sValue.empty();
+        unsigned char* pData = nullptr;
+        int nLength = 0;
+        int nIndex = 0;
+        EXPECT_THAT(bProperty ? record.getProperty("A", &pData, &nLength, nullptr)
+                              : record.getLogEntry("L", &nIndex, &pData, &nLength, at(0), nullptr),
+                    IsOk());
+        EXPECT_EQ(pData, nullptr);
+        EXPECT_GT(nLength, 0); // the text's own number stands
+        const SItem lost{bProperty ? "A" : "L", "", at(10)};
+
+        const std::unique_ptr<CCallData> pClone(record.clone());
+        ASSERT_NE(pClone, nullptr);
+        EXPECT_EQ(contentOf(*pClone), vecHeld);
+        EXPECT_EQ(contentOf(*filtered(record, nullptr).pRecord), vecHeld);
+        EXPECT_FALSE(filtered(incoming, &record).any()); // its stamp is there
+        EXPECT_FALSE(filtered(record, &incoming).any());
+        CCallData other("C1");
+        bool bChanged = false;
+        EXPECT_THAT(other.merge(&record, &bChanged), IsOk());
+        EXPECT_EQ(contentOf(other), vecHeld);
+        const auto vecLines = linesUnder(cInfo, [&] { record.trace("label"); });
+        EXPECT_THAT(vecLines, ::testing::Contains(::testing::EndsWith(",val=" + std::string(52, ' '))));
+        std::string sDump;
+        record.DumpContent(sDump);
+        EXPECT_THAT(sDump, ::testing::HasSubstr("Name: " + lost.sName + ", DataLen: "));
+        CCallData read(serialized(record), true);
+        EXPECT_THAT(contentOf(read), ::testing::Contains(lost));
+
+        // A value that can be stored takes its place.
+        CCallData newer("C1");
+        put(newer, "A", "newer", at(20));
+        add(newer, "L", "newer", at(20));
+        EXPECT_THAT(record.merge(&newer, &bChanged), IsOk());
+        EXPECT_THAT(contentOf(record),
+                    ::testing::IsSupersetOf({SItem{"A", "newer", at(20)}, SItem{"L", "newer", at(20)}}));
+    }
+    EXPECT_EQ(uLost, 2U); // the property's, and the entry's
 }
 
 TEST_F(RecordTextAllocationTest, NoHalfRecordIsMadeOfAText)

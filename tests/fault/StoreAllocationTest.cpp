@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <new>
 #include <optional>
@@ -177,7 +178,12 @@ TEST_P(StoreAllocationTest, WithoutAProxyNothingElseIsMade)
             bSeen = true;
             EXPECT_EQ(g_pCDSNetProxy, nullptr);
             EXPECT_THAT(CFakeLocks::creations(), IsEmpty());
-            EXPECT_EQ(CFakeEvents::creations().size(), 1U); // the first store's
+            EXPECT_EQ(CFakeEvents::creations().size(), 1U); // the first store's, and so is the only event log
+            const auto vecLogs = CFakeLog::creations();
+            EXPECT_EQ(std::count_if(vecLogs.begin(), vecLogs.end(),
+                                    [](const auto& arguments) { return arguments.sName == "OvnNTLog"; }),
+                      1);
+            EXPECT_THAT(story.registers("ann", "sip:1"), FailsWith(E_CDS_OUTOFMEMORY));
             story.store().Dump(1);
             EXPECT_THAT(story.starts(), FailsWith(E_CDS_OUTOFMEMORY));
             EXPECT_THAT(story.stops(), IsOk());
@@ -289,6 +295,7 @@ TEST_P(StoreAllocationTest, NoticesOfARegistrationAreGivenInOrderUntilOneFails)
             std::vector<std::string> vecAll{cAnn, cBob, cEve};
             vecAll.resize(std::min(vecWho.size(), vecAll.size()));
             EXPECT_EQ(vecWho, vecAll);
+            EXPECT_THAT(lResult, AnyOf(0, E_CDS_OUTOFMEMORY));
             EXPECT_EQ(lResult == 0, vecWho.size() == 3);
             bNone = bNone || (vecWho.empty() && story.unregisters("x") == 0);
             bSomeOnly = bSomeOnly || vecWho.size() == 1 || vecWho.size() == 2;
@@ -309,6 +316,7 @@ TEST_P(StoreAllocationTest, DataThereIsIsSentInOrderUntilAMessageFails)
         [&bSomeOnly](CStoreStory& story, long lResult) {
             const auto vecHeard = story.hears();
             std::vector<std::string> vecAll{cAnn + ": filler 0", cAnn + ": filler 1", cAnn + ": filler 2"};
+            EXPECT_THAT(lResult, AnyOf(0, E_CDS_OUTOFMEMORY));
             EXPECT_EQ(lResult == 0, vecHeard.size() == 3);
             vecAll.resize(std::min(vecHeard.size(), vecAll.size()));
             EXPECT_THAT(vecHeard, ElementsAreArray(vecAll));
@@ -399,10 +407,38 @@ TEST_P(StoreAllocationTest, LaterDataLeavesAWholeRecord)
             EXPECT_THAT(lResult, AnyOf(0, E_CDS_OUTOFMEMORY));
             const std::string sNew = cCall + " CALLERID=alicia CONNECT_ENTRY+yes";
             const std::string sHeard = cAnn + ": " + cCall + " CALLERID=alicia NEW_LOG+x";
-            EXPECT_THAT(story.hears(), AnyOf(IsEmpty(), ElementsAre(sHeard)));
-            EXPECT_THAT(whatThereIs(story, cCall), AnyOf(ElementsAre(sOld), ElementsAre(sOld + " NEW_LOG+x"),
-                                                         ElementsAre(sNew), ElementsAre(sNew + " NEW_LOG+x")));
+            const auto vecHeard = story.hears();
+            EXPECT_THAT(vecHeard, AnyOf(IsEmpty(), ElementsAre(sHeard)));
+            const auto vecThere = whatThereIs(story, cCall);
+            EXPECT_THAT(vecThere, AnyOf(ElementsAre(sOld), ElementsAre(sOld + " NEW_LOG+x"), ElementsAre(sNew),
+                                        ElementsAre(sNew + " NEW_LOG+x")));
+            EXPECT_TRUE(lResult < 0 || !vecHeard.empty() || vecThere != std::vector{sNew + " NEW_LOG+x"})
+                << "done, the updater is told, and nobody heard";
         });
+}
+
+TEST_P(StoreAllocationTest, DataWhoseDifferenceCannotBeMadeIsRefusedAndNotStored)
+{
+    bool bSeen = false;
+    std::optional<CNews> optLater;
+    sweep(
+        [&optLater](CStoreStory& story) {
+            story.registers(cAnn, cCall);
+            story.updates(cAnn, someNews(cCall, "alice"));
+            optLater.emplace(cCall).sets("CALLERID", "alicia").appends("NEW_LOG", "x");
+            CFakeLog::setTraceMask("OvnCDS", CStoreStory::cAllLevels);
+            CFakeLog::clear();
+        },
+        [&optLater](CStoreStory& story) { return story.updates(cAnn, *optLater); },
+        [&bSeen](CStoreStory& story, long lResult) {
+            if (!CFakeLog::contains("CallData Present") || CFakeLog::contains("insert, after filter"))
+                return;
+            bSeen = true;
+            EXPECT_THAT(lResult, FailsWith(E_CDS_OUTOFMEMORY));
+            EXPECT_THAT(story.hears(), IsEmpty());
+            EXPECT_THAT(whatThereIs(story, cCall), ElementsAre(described(cCall, "alice")));
+        });
+    EXPECT_TRUE(bSeen) << "no difference was ever refused";
 }
 
 TEST_P(StoreAllocationTest, DataThatCouldNotBeMergedIsNotDelivered)

@@ -230,6 +230,42 @@ TEST_F(MergeTest, CountsEveryOfferTakenOrNot)
     EXPECT_EQ(m_held.getAppendLogEntriesCount(), 3U);
 }
 
+TEST_F(MergeTest, IsEveryWriteOneByOne)
+{
+    const auto makeHeld = [] {
+        auto pRecord = std::make_unique<CCallData>("C1");
+        put(*pRecord, "B", "held", at(10));
+        put(*pRecord, "D", "held", at(30));
+        for (const unsigned long long ullStamp : {10ULL, 20ULL, 30ULL})
+            add(*pRecord, "L", "held", at(ullStamp));
+        add(*pRecord, "N", "held", at(10));
+        return pRecord;
+    };
+    // Before, between and behind all that is held: properties, logs, and entries of a log.
+    for (const char* pszName : {"A", "B", "C", "D", "E"})
+        put(m_new, pszName, "new", at(20));
+    for (const unsigned long long ullStamp : {35ULL, 1ULL, 20ULL, 15ULL, 5ULL, 40ULL, 25ULL})
+        add(m_new, "L", "new", at(ullStamp));
+    for (const char* pszName : {"A", "M", "N", "Z"})
+        for (const unsigned long long ullStamp : {10ULL, 7ULL})
+            add(m_new, pszName, "other", at(ullStamp));
+
+    const auto pMerged = makeHeld();
+    EXPECT_TRUE(merged(*pMerged, m_new));
+
+    const auto pWritten = makeHeld();
+    for (const SItem& item : propertiesOf(m_new))
+        put(*pWritten, item.sName, item.sValue, item.tsStamp);
+    for (const std::string& sLog : logNamesOf(m_new))
+        for (const SItem& item : entriesOf(m_new, sLog))
+            add(*pWritten, item.sName, item.sValue, item.tsStamp);
+    EXPECT_EQ(contentOf(*pMerged), contentOf(*pWritten));
+    EXPECT_EQ(serialized(*pMerged), serialized(*pWritten)); // with each log's stamp appended last
+    EXPECT_EQ(pMerged->getSetPropertiesCount(), pWritten->getSetPropertiesCount());
+    EXPECT_EQ(pMerged->getAppendLogEntriesCount(), pWritten->getAppendLogEntriesCount());
+    EXPECT_EQ(pMerged->getsize(), pWritten->getsize());
+}
+
 TEST_F(MergeTest, KeepsTheBytesOfAnEntryItHasAlready)
 {
     add(m_new, "L", "other bytes", at(10));
@@ -450,6 +486,29 @@ TEST_F(CloneTest, TakesTheLatestEntryForTheOneAppendedLast)
     const std::unique_ptr<CCallData> pClone(m_new.clone());
     EXPECT_THAT(serialized(m_new), ::testing::StartsWith("2;C1;1;0;1;1;1;L;7;1;1;1;0;"));
     EXPECT_THAT(serialized(*pClone), ::testing::StartsWith("2;C1;1;0;1;1;1;L;7;1;2;1;0;"));
+}
+
+// Every stamp is the process's next one: a comparison that took some would come between those of its writers.
+TEST_F(CallDataCompareTest, TakesNoStamp)
+{
+    put(m_new, "A", "1", at(10));
+    put(m_held, "A", "2", at(5));
+    add(m_new, "L", "1", at(10));
+    add(m_held, "L", "1", at(5));
+    const std::size_t uBefore = CFakeClock::fileTimeReads();
+    const std::unique_ptr<CCallData> pClone(m_new.clone());
+    EXPECT_TRUE(filtered(m_new, &m_held).any());
+    EXPECT_TRUE(filtered(m_new, nullptr).any());
+    EXPECT_TRUE(m_new.changed(&m_held));
+    EXPECT_TRUE(merged(m_held, m_new));
+    (void)serialized(m_held);
+    m_held.trace("label");
+    std::string sDump;
+    m_held.DumpContent(sDump);
+    EXPECT_EQ(CFakeClock::fileTimeReads(), uBefore);
+    const CValue value("now");
+    EXPECT_THAT(m_held.setProperty("B", value.data(), value.length()), IsOk());
+    EXPECT_EQ(CFakeClock::fileTimeReads(), uBefore + 1);
 }
 
 TEST_F(CloneTest, IsMadeNow)

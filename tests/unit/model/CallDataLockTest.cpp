@@ -1,9 +1,11 @@
 // Records: which operation takes the record's lock, and which must not.
 
+#include "FakeOwner.h"
 #include "ModelSupport.h"
 
 #include <algorithm>
 #include <functional>
+#include <set>
 
 using namespace model;
 
@@ -181,6 +183,38 @@ TEST_F(CallDataLockTest, EveryUseNamesItsPlace)
             EXPECT_GT(entry.lPlace, 0) << pszName;
 }
 
+TEST_F(CallDataLockTest, PlacesTellOperationsApart)
+{
+    const void* const pLock = lockOfLatestRecord();
+    std::set<long> setPlaces;
+    std::size_t uOperations = 0;
+    for (const auto& [pszName, fnRun] : g_aLocking)
+    {
+        const std::string sName = pszName;
+        if (sName.ends_with("Now") || sName.ends_with("ByReference"))
+            continue; // another form of the operation before it
+        const auto vecEntries = during([&, &run = fnRun] { run(*m_pRecord); });
+        const auto itFirst = std::find_if(vecEntries.begin(), vecEntries.end(),
+                                          [pLock](const CEntry& entry) { return entry.pLock == pLock; });
+        ASSERT_NE(itFirst, vecEntries.end()) << pszName;
+        setPlaces.insert(itFirst->lPlace);
+        ++uOperations;
+    }
+    // They are lines of several sources, of which two may happen to have the same number.
+    EXPECT_GE(setPlaces.size(), uOperations - 3);
+}
+
+// The owner may ask another server, or hold a lock of its own that it also holds when it comes to the record.
+TEST_F(CallDataLockTest, TheOwnerIsAskedWithoutTheLock)
+{
+    CFakeOwner owner;
+    CCallData record(&owner, "C1");
+    EXPECT_THAT(record.setProperty("A", g_pBytes, 3), IsOk());
+    EXPECT_THAT(record.appendLogEntry("L", g_pBytes, 3), IsOk());
+    EXPECT_EQ(owner.m_vecAsked.size(), 2U);
+    EXPECT_THAT(owner.m_vecLocks, ::testing::IsEmpty());
+}
+
 TEST_F(CallDataLockTest, FilterTakesItsOwnLockAndThenTheOthers)
 {
     const void* const pLock = lockOfLatestRecord();
@@ -242,7 +276,7 @@ TEST_F(CallDataLockTest, FilterMergeAndCloneHoldTheirLockAllTheTime)
     }
 }
 
-TEST_F(CallDataLockTest, FailedWritesGiveTheLockBack)
+TEST_F(CallDataLockTest, WritesThatChangeNothingGiveTheLockBack)
 {
     bool bChanged = false;
     put(*m_pRecord, "A", "older", at(0, -1));

@@ -1,6 +1,7 @@
 // Records: the text form, and what becomes of any text that arrives.
 
 #include "CDSParams.h"
+#include "FakeOwner.h"
 #include "ModelSupport.h"
 
 using namespace model;
@@ -102,6 +103,11 @@ TEST_F(CallDataTextTest, HoldsNothingThatIsLocal)
     put(other, "A", "1", at(10));
     (void)other.addRef();
     EXPECT_EQ(serialized(other), serialized(m_record));
+    CFakeOwner owner;
+    CCallData owned(&owner, "C1");
+    put(owned, "A", "1", at(10));
+    EXPECT_EQ(serialized(owned), serialized(m_record));
+    EXPECT_THAT(owner.m_vecAsked, ::testing::IsEmpty());
 }
 
 TEST_F(CallDataTextTest, WritesOneDetailLinePerElementOfEveryList)

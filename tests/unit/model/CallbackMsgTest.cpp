@@ -45,6 +45,14 @@ private:
     int* m_pnAlive;
 };
 
+/// A message with a virtual operation of its own.
+class CWithOneMore : public CCallbackMsg
+{
+public:
+    using CCallbackMsg::CCallbackMsg;
+    virtual void oneMore() {}
+};
+
 /// A message and the payload that came with it.
 class CHeld
 {
@@ -160,6 +168,7 @@ TEST_F(CallbackMsgTest, PayloadOperationsKeepTheirSlots)
     EXPECT_EQ(slotOf(&CCallbackData::traceWarning), 6U);
     EXPECT_EQ(slotOf(&CCallbackData::traceInfo), 7U);
     EXPECT_EQ(slotOf(&CCallbackData::getsize), 8U);
+    EXPECT_EQ(slotOf(&CWithOneMore::oneMore), 2U); // the first behind the message's own, which has but a destructor
 }
 #endif
 

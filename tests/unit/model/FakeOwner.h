@@ -25,13 +25,16 @@ public:
     long GetCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp) override
     {
         m_vecAsked.push_back({sCallID, {}, *ptsStamp});
+        for (const std::string& sLock : CFakeLocks::heldByThisThread())
+            m_vecLocks.push_back(sLock);
         *ptsStamp = m_tsAnswer;
         return m_lAnswer;
     }
     unsigned long GetServerTickCount(unsigned long) override { return 0; }
     unsigned long long GetServerTimestamp(unsigned long) override { return 0; }
 
-    std::vector<SItem> m_vecAsked; // call ID, and the stamp as it came
+    std::vector<SItem> m_vecAsked;       // call ID, and the stamp as it came
+    std::vector<std::string> m_vecLocks; // held by who asked, while locks are recorded
     CCDSTimestamp m_tsAnswer{4711, 3};
     long m_lAnswer = 0;
 };

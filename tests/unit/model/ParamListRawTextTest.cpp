@@ -63,6 +63,9 @@ TEST_F(ParamListRawTextTest, ReadsAResultWithoutBuildingAList)
         {"-4294967286;0x00000001", 0x80004005UL},
         {"HDR;4294967306;0x00000001", 0x80004005UL},
         {"0010;0x00000001", 1},
+        {"10;0x       1", 1}, // blanks and signs as sscanf takes them
+        {"10;0x-0000001", 0xFFFFFFFFUL},
+        {"10;0x+0000001", 1},
     };
     for (const auto& [pszText, ulExpected] : aCases)
         EXPECT_EQ(hexOf(CParamsX::getHRESULT(pszText)), hexOf(cdsResult(ulExpected))) << pszText;

@@ -337,6 +337,9 @@ TEST_F(ParamListReadTest, ReadsAResult)
         {"", 0x80004005UL},
         {"ABCDEFGHIJ", 0}, // 10 characters that are no code mean success
         {"0x12zzzzzz", 0x12},
+        {"0x       1", 1}, // blanks and signs as sscanf takes them
+        {"0x-0000001", 0xFFFFFFFFUL},
+        {"0x+0000001", 1},
     };
     for (const auto& [pszText, ulExpected] : aCases)
         EXPECT_EQ(hexOf(listOf(pszText).getHRESULT()), hexOf(cdsResult(ulExpected))) << pszText;

@@ -240,6 +240,14 @@ TEST_F(ParamListWriteTest, WritesResultsWithEightUpperCaseDigits)
     EXPECT_EQ(withResult(0x80004005UL), "10;0x80004005");
 }
 
+TEST_F(ParamListWriteTest, WritesAResultByIts32BitsWhateverTheSignOfItsLong)
+{
+    CParamsX list;
+    list.addResult(static_cast<long>(0x80004005UL)); // positive where long is wider than 32 bits
+    list.addResult(static_cast<long>(static_cast<std::int32_t>(0x80004005UL)));
+    EXPECT_EQ(list.paramList(), "10;0x80004005;10;0x80004005");
+}
+
 TEST_F(ParamListWriteTest, PutsAHeaderInFront)
 {
     CParamsX list;
@@ -435,6 +443,8 @@ TEST_F(ParamListLimitTest, ARefusedElementIsAnErrorInTheLog)
     const auto vecLines = linesUnder(cError, [&] { (void)list.addParam(std::string(999996, 'x'), 3.14F); });
     EXPECT_THAT(vecLines, ::testing::ElementsAre(
                               "ERROR :CParamsX::addParam :parm size 999996 larger than max permitted size 999995"));
+    EXPECT_THAT(linesUnder(~cError & ~cDetail, [&] { (void)list.addParam(std::string(999996, 'x'), 3.14F); }),
+                ::testing::IsEmpty());
 }
 
 TEST_F(ParamListLimitTest, TakesTheLargestBlob)
@@ -456,6 +466,24 @@ TEST_F(ParamListLimitTest, RefusesALargerBlob)
     EXPECT_EQ(list.count(), 1);
     EXPECT_THAT(vecLines, ::testing::ElementsAre(
                               "ERROR :CParamsX::addParam :parm size 999996 larger than max permitted size 999995"));
+    EXPECT_THAT(linesUnder(~cError & ~cDetail, [&] { list.addParam(blob.data(), blob.length()); }),
+                ::testing::IsEmpty());
+}
+
+TEST_F(ParamListLimitTest, RefusesTheLargestSizesWithoutReading)
+{
+    const std::pair<int, const char*> aCases[] = {
+        {0x3FFFFFFF, "2147483646"}, {0x40000000, "-2147483648"}, {0x40000001, "-2147483646"}, {2147483647, "-2"}};
+    for (const auto& [nSize, pszShown] : aCases)
+    {
+        const CValue fewBytes("abc");
+        CParamsX list;
+        list.addParam(42L);
+        const auto vecLines = linesUnder(cError, [&, &nTold = nSize] { list.addParam(fewBytes.data(), nTold); });
+        EXPECT_EQ(list.paramList(), "2;42");
+        EXPECT_THAT(vecLines, ::testing::ElementsAre("ERROR :CParamsX::addParam :parm size " + std::string(pszShown) +
+                                                     " larger than max permitted size 999995"));
+    }
 }
 
 TEST_F(ParamListTraceTest, EveryElementWritesOneDetailLine)

@@ -72,6 +72,28 @@ TEST(StoreInterfaceTest, IdentifiersAreTheSystemsOwn)
     EXPECT_EQ(CCDSAPI::createGUID(), "11111111-2222-3333-4444-555555555555");
 }
 
+// An identifier costs the system's random source; only who asks for one pays.
+TEST(StoreInterfaceTest, NothingElseMakesIdentifiers)
+{
+    CStoreStory story;
+    CCDSAPI::initLogger();
+    story.starts();
+    story.registers("listener", "*", "@");
+    story.registers("all", "*", "EOC");
+    story.registers("ann", "sip:1");
+    story.updates("ann", CNews("sip:1").sets("CALLERID", "alice"));
+    story.updates("ann", CNews("sip:1").sets("CALLERID", "alicia").appends("CONNECT_ENTRY", "yes"));
+    story.asksFor("ann", "sip:1");
+    story.unregisters("ann");
+    story.lets(30001);
+    story.store().Dump(1);
+    story.stops();
+    story.ends();
+    EXPECT_EQ(CFakeGuid::calls(), 0U);
+    (void)CCDSAPI::createGUID();
+    EXPECT_EQ(CFakeGuid::calls(), 1U);
+}
+
 TEST(StoreInterfaceTest, IdentifiersDiffer)
 {
     EXPECT_NE(CCDSAPI::createGUID(), CCDSAPI::createGUID());

@@ -29,6 +29,24 @@ protected:
         });
         return static_cast<std::size_t>(it - vecTexts.begin());
     }
+    /// What came to its end, and between it the line that the proxy writes when it is finalized: the proxy itself
+    /// makes nothing that could be seen to end.
+    static std::vector<std::string> endsAndLines()
+    {
+        std::vector<std::string> vecAll;
+        const auto vecLives = CFakeLives::all();
+        const auto vecLines = CFakeLog::lines();
+        auto itLine = vecLines.begin();
+        for (std::size_t uLives = 0; uLives <= vecLives.size(); ++uLives)
+        {
+            for (; itLine != vecLines.end() && itLine->uLives == uLives; ++itLine)
+                if (itLine->sText.starts_with("<<<"))
+                    vecAll.push_back(itLine->sText);
+            if (uLives < vecLives.size())
+                vecAll.push_back(vecLives[uLives]);
+        }
+        return vecAll;
+    }
     static std::vector<long> storeLockPlaces()
     {
         std::vector<long> vecPlaces;
@@ -116,6 +134,17 @@ TEST_F(StoreLifecycleTest, InitializeTellsAddressAndNumber)
     EXPECT_EQ(CFakeLog::countExactly("CCDSAPI::Initialize: 10.1.2.3. 4711"), 1U);
 }
 
+TEST_F(StoreLifecycleTest, AWideNumberPrintsItsLowThirtyTwoBits)
+{
+    if constexpr (sizeof(unsigned long) > 4)
+    {
+        m_story.store().Initialize("10.1.2.3", static_cast<unsigned long>(0x100000007ULL));
+        EXPECT_EQ(CFakeLog::countExactly("CCDSAPI::Initialize: 10.1.2.3. 7"), 1U);
+    }
+    m_story.store().Initialize("10.1.2.3", 0xFFFFFFFFUL);
+    EXPECT_EQ(CFakeLog::countExactly("CCDSAPI::Initialize: 10.1.2.3. -1"), 1U);
+}
+
 TEST_F(StoreLifecycleTest, InitializeTellsAtTheInformationLevel)
 {
     CFakeLog::setTraceMask("OvnCDS", ~4U);
@@ -151,6 +180,11 @@ TEST_F(StoreLifecycleTest, FailedInitializeIsLogged)
     CFakeThreads::failNextThread(E_CDS_NOTHREAD);
     m_story.starts();
     EXPECT_EQ(CFakeLog::countExactly("(Error) CCDSAPI::Initialize: failed: 0x80004005"), 1U);
+    CFakeLog::setTraceMask("OvnCDS", ~1U);
+    CFakeLog::clear();
+    CFakeThreads::failNextThread(E_CDS_NOTHREAD);
+    m_story.starts();
+    EXPECT_FALSE(CFakeLog::contains("(Error)"));
 }
 
 TEST_F(StoreLifecycleTest, FinalizeIsTold)
@@ -268,6 +302,35 @@ TEST_F(StoreLifecycleTest, DestructionEndsTheEventLogFirstAndTheTraceLogLast)
     EXPECT_THAT(CFakeLog::lifeCycle(),
                 ElementsAre("CLogFile OvnNTLog", "CLogFile OvnCDS", "CLogFileRegistry OvnCDS", "~CLogFile OvnNTLog",
                             "~CLogFileRegistry OvnCDS", "~CLogFile OvnCDS"));
+}
+
+// What ends later may still use what ends earlier only if it looks whether it is there: the order is part of how the
+// store leaves, whether it was finalized or not.
+TEST_F(StoreLifecycleTest, ItsPartsEndInOneOrder)
+{
+    for (const bool bFinalized : {false, true})
+    {
+        SCOPED_TRACE(bFinalized);
+        m_story.ends();
+        CFakeLocks::record(true);
+        CCDSAPI::initLogger();
+        m_story.beginsAgain();
+        m_story.starts();
+        if (bFinalized)
+            m_story.stops();
+        CFakeLog::clear();
+        CFakeLives::reset();
+        m_story.ends();
+        EXPECT_THAT(endsAndLines(),
+                    bFinalized ? std::vector<std::string>({"~CLogFile OvnNTLog", "~CPCritSec CCDSAPI::m_pcritsec",
+                                                           "~CPEvent", "<<<CCDSNetProxy::Finalize",
+                                                           "~CLogFileRegistry OvnCDS", "~CLogFile OvnCDS"})
+                               : std::vector<std::string>({"~CPThread CCDSAPI::Initialize", "<<<CCDSNetProxy::Finalize",
+                                                           "~CLogFile OvnNTLog", "~CPCritSec CCDSAPI::m_pcritsec",
+                                                           "~CPEvent", "<<<CCDSNetProxy::Finalize",
+                                                           "~CLogFileRegistry OvnCDS", "~CLogFile OvnCDS"}));
+        CFakeLocks::record(false);
+    }
 }
 
 TEST_F(StoreLifecycleTest, DestructionLeavesNoTraceLog)

@@ -357,6 +357,23 @@ TEST_F(StoreRegistrationTraceTest, RegisterTellsItsArgumentsAtTheInformationLeve
     EXPECT_FALSE(CFakeLog::contains("CCOID="));
 }
 
+TEST_F(StoreRegistrationTraceTest, AWideTraceIdIsPrintedAndHandedBackByItsLowThirtyTwoBits)
+{
+    if constexpr (sizeof(unsigned long) > 4)
+    {
+        const auto ulWide = static_cast<unsigned long>(0x10000ABCDULL);
+        m_story.store().Register(m_story.handleOf("ann"), "ann", "", "sip:1", "*", CStoreStory::callback, ulWide);
+        EXPECT_TRUE(CFakeLog::contains(",CCOID=0x0000ABCD, Req="));
+        const CNews news("sip:1");
+        m_story.updates("ann", news);
+        m_story.unregisters("ann");
+        EXPECT_EQ(CFakeLog::countContaining("CCOID=0x0000ABCD,"), 3U);
+        const auto vecHeard = m_story.hearsInFull();
+        ASSERT_EQ(vecHeard.size(), 1U);
+        EXPECT_EQ(vecHeard[0].ulTraceID, 0xABCDU);
+    }
+}
+
 TEST_F(StoreRegistrationTraceTest, WideHandlesPrintTheirLowThirtyTwoBits)
 {
     m_story.store().Register(static_cast<unsigned long>(-1L), "ann", "", "sip:1", "EOC", nullptr, 0);
@@ -383,6 +400,10 @@ TEST_F(StoreRegistrationTraceTest, ARefusedRegistrationIsAnErrorAndNotTold)
     CFakeLog::clear();
     m_story.registers("ann", "sip:1");
     EXPECT_EQ(CFakeLog::countExactly("(Error) CCDSAPI::Register: failed: 0xC1170A2F"), 1U);
+    traceAllBut(1);
+    CFakeLog::clear();
+    m_story.registers("ann", "sip:1");
+    EXPECT_FALSE(CFakeLog::contains("(Error)"));
     EXPECT_FALSE(CFakeLog::contains("pregiddata"));
 }
 
@@ -459,6 +480,10 @@ TEST_F(StoreRegistrationTraceTest, AnUnknownIdIsAnErrorWithoutCounts)
 {
     m_story.unregisters("ann");
     EXPECT_EQ(CFakeLog::countExactly("(Error) CCDSAPI::Unregister: failed: 0xC1170A2E"), 1U);
+    traceAllBut(1);
+    CFakeLog::clear();
+    m_story.unregisters("ann");
+    EXPECT_FALSE(CFakeLog::contains("(Error)"));
     EXPECT_FALSE(CFakeLog::contains("updates="));
 }
 

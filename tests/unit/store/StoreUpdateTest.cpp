@@ -343,8 +343,10 @@ TEST_F(StoreUpdateTraceTest, TheUpdaterIsToldFirstBeforeTheLock)
     CFakeLocks::record(true);
     CFakeLog::clear();
     m_story.updates("ann", news);
-    ASSERT_FALSE(CFakeLog::texts().empty());
-    EXPECT_EQ(CFakeLog::texts()[0], "CCDSAPI::Update: \"ann\"");
+    const auto vecLines = CFakeLog::lines();
+    ASSERT_FALSE(vecLines.empty());
+    EXPECT_EQ(vecLines[0].sText, "CCDSAPI::Update: \"ann\"");
+    EXPECT_THAT(vecLines[0].vecLocks, IsEmpty());
 }
 
 TEST_F(StoreUpdateTraceTest, TheUpdaterIsToldAtTheErrorLevel)
@@ -352,6 +354,10 @@ TEST_F(StoreUpdateTraceTest, TheUpdaterIsToldAtTheErrorLevel)
     CFakeLog::setTraceMask("OvnCDS", 1);
     m_story.updates("ann", CNews("sip:1"));
     EXPECT_TRUE(CFakeLog::contains("CCDSAPI::Update: \"ann\""));
+    CFakeLog::setTraceMask("OvnCDS", ~1U);
+    CFakeLog::clear();
+    m_story.updates("ann", CNews("sip:1"));
+    EXPECT_FALSE(CFakeLog::contains("CCDSAPI::Update: \"ann\""));
 }
 
 TEST_F(StoreUpdateTraceTest, AKnownUpdaterIsToldWithTheObject)
@@ -393,6 +399,22 @@ TEST_F(StoreUpdateTraceTest, AFailedUpdateIsAnError)
 {
     m_story.updates("nobody", CNews("sip:1"));
     EXPECT_EQ(CFakeLog::countExactly("(Error) CCDSAPI::Update: failed: 0xC1170A2E"), 1U);
+    CFakeLog::setTraceMask("OvnCDS", ~1U);
+    CFakeLog::clear();
+    m_story.updates("nobody", CNews("sip:1"));
+    EXPECT_FALSE(CFakeLog::contains("(Error)"));
+}
+
+TEST_F(StoreUpdateTraceTest, AFailedCallbackIsAnError)
+{
+    m_story.registers("ann", "sip:1");
+    m_story.reactsWith("ann", [](CCallbackMsg*) { return E_FAIL; });
+    m_story.updates("ann", CNews("sip:1"));
+    EXPECT_EQ(CFakeLog::countExactly("(Error) CCDSAPI::callCallback: failed: 0x80004005"), 1U);
+    CFakeLog::setTraceMask("OvnCDS", ~1U);
+    CFakeLog::clear();
+    EXPECT_THAT(m_story.asksFor("ann", "sip:1"), IsOk());
+    EXPECT_FALSE(CFakeLog::contains("CCDSAPI::callCallback:"));
 }
 
 TEST_F(StoreUpdateTraceTest, AnUpdateThatChangesNothingSaysSo)
@@ -487,6 +509,44 @@ TEST_F(StoreUpdateTraceTest, RecordsAreMadeAndFreedAsTold)
     // The difference of the first update, the empty one of the second, and the news itself, made before.
     EXPECT_EQ(CFakeLog::countContaining("CCallData Malloc"), 2U);
     EXPECT_EQ(CFakeLog::countContaining("CCallData Free"), 3U);
+}
+
+TEST_F(StoreUpdateTraceTest, TheFirstUpdateOfACallMakesItsRecordAndNoOther)
+{
+    m_story.registers("ann", "sip:1");
+    m_story.registers("all", "*");
+    CNews news("sip:1");
+    news.sets("CALLERID", "alice").appends("CONNECT_ENTRY", "yes");
+    CFakeLog::clear();
+    m_story.updates("ann", news);
+    EXPECT_EQ(CFakeLog::countContaining("CCallData Malloc"), 1U);
+    EXPECT_EQ(CFakeLog::countContaining("CCallData Free"), 0U);
+}
+
+// A stamp that the store took for itself would come between two of its host's, which are to follow each other closely.
+TEST_F(StoreUpdateTraceTest, NothingButATimeQueryTakesAStamp)
+{
+    m_story.starts();
+    const std::size_t uBefore = CFakeClock::fileTimeReads();
+    CNews first("sip:1");
+    first.sets("CALLERID", "alice").appends("CONNECT_ENTRY", "yes");
+    CNews later("sip:1");
+    later.sets("CALLEDID", "bob").appends("CONNECT_ENTRY", "again");
+    m_story.registers("listener", "*", "@");
+    m_story.registers("ann", "sip:1");
+    EXPECT_THAT(m_story.updates("ann", first), IsOk());
+    EXPECT_THAT(m_story.updates("ann", later), IsOk());
+    EXPECT_THAT(m_story.updates("ann", later), IsOk());
+    EXPECT_THAT(m_story.asksFor("ann", "sip:1"), IsOk());
+    EXPECT_THAT(m_story.unregisters("ann"), IsOk());
+    m_story.registers("ann", "sip:1");
+    m_story.unregisters("ann");
+    m_story.lets(30001);
+    m_story.store().Dump(1);
+    m_story.stops();
+    EXPECT_EQ(CFakeClock::fileTimeReads(), uBefore);
+    (void)m_story.store().GetServerTimestamp(0);
+    EXPECT_EQ(CFakeClock::fileTimeReads(), uBefore + 1);
 }
 
 } // namespace

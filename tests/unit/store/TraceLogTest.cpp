@@ -149,11 +149,29 @@ TEST_F(TraceLogTest, ManyThreadsMakeItOnce)
 TEST_F(TraceLogTest, WithoutItNothingIsWritten)
 {
     trace(0xFFFFFFFF);
-    for (int i = 0; i < 6; ++i)
-        CFakeLog::failNextCreation(E_FAIL, 0);
-    CCDSLogging::initLogger();
-    EXPECT_EQ(CCDSLogging::pCDSLog, nullptr);
+    char szText[80];
+    const unsigned char cByte = 'x';
+    void (*const aWriters[])() = {
+        [] { CCDSLogging::initLogger(); },
+        [] { CCDSLogging::logError("error %d", 1); },
+        [] { CCDSLogging::logWarning("warning %d", 1); },
+        [] { CCDSLogging::logTimePlusWarning("timed warning %d", 1); },
+        [] { CCDSLogging::logInfo("information %d", 1); },
+        [] { CCDSLogging::logAlways("always %d", 1); },
+        [] { CCDSLogging::log(CCDSLogging::level_detail, "detail %d", 1); },
+        [] { CCDSLogging::logHRESULT(E_FAIL, "failed %d", 1); },
+        [] { EXPECT_FALSE(CCDSLogging::checkTraceLevel(CCDSLogging::level_error)); },
+    };
+    for (const auto pfnWrite : aWriters)
+    {
+        CFakeLog::failNextCreation(E_FAIL);
+        pfnWrite();
+        EXPECT_EQ(CCDSLogging::pCDSLog, nullptr);
+    }
+    CCDSLogging::hexascii(&cByte, 1, szText, sizeof szText);
+    EXPECT_EQ(CCDSLogging::pCDSLog, nullptr); // it has no use for one
     EXPECT_THAT(CFakeLog::texts(), IsEmpty());
+    EXPECT_THAT(CFakeLog::creations(), IsEmpty());
 }
 
 TEST_F(TraceLogTest, ALineThatFindsNoLogIsDropped)
