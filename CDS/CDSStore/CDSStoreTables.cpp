@@ -6,6 +6,12 @@
 #include <new>
 #include <set>
 
+CCDSAPI::CTables::CTables()
+{
+    m_mapRegIDs.max_load_factor(cLoad);
+    m_mapCalls.max_load_factor(cLoad);
+}
+
 CCDSAPI::CRegIDData* CCDSAPI::CTables::findRegistration(const std::string& sRegID) const
 {
     const auto it = m_mapRegIDs.find(sRegID);

@@ -69,6 +69,8 @@ class CCDSAPI::CTables
 public:
     using CRegistrant = std::shared_ptr<CRegIDData>;
 
+    CTables();
+
     /// Null when there is none.
     CRegIDData* findRegistration(const std::string& sRegID) const;
     void addRegistration(CRegistrant pData);
@@ -109,6 +111,10 @@ public:
     void freeCallData() noexcept;
 
 private:
+    /// Entries for each bucket at the most, where new names are looked for: among a million an empty bucket saves a
+    /// walk through memory that no cache holds, for some 35 bytes each.
+    static constexpr float cLoad = 0.2F;
+
     struct CRegistrants
     {
         CRegIDData* m_pFirst = nullptr;
