@@ -7,7 +7,7 @@
 namespace Messaging {
 namespace {
 constexpr std::array<char, 4> cMagic{'C', 'D', 'S', 'M'};
-constexpr std::size_t cHelloBody = cMagic.size() + 2 + 8 + 16;
+constexpr std::size_t cHelloBody = cMagic.size() + 2 + 8 + 16 + 4;
 constexpr std::size_t cSmallBuffer = 4 * 1024;
 constexpr std::size_t cBuffer = 64 * 1024;
 
@@ -39,8 +39,9 @@ void appendHello(std::string* psOut, EFrame eType, const CHello& hello)
     psOut->append(cMagic.data(), cMagic.size());
     appendNumber(psOut, hello.wVersion);
     appendNumber(psOut, hello.ullService);
-    for (const std::uint8_t byte : hello.session)
+    for (const std::uint8_t byte : hello.instance)
         psOut->push_back(static_cast<char>(byte));
+    appendNumber(psOut, hello.dwNumber);
 }
 
 void appendExchange(std::string* psOut, EFrame eType, std::uint32_t dwExchange, std::span<const char> body)
@@ -74,7 +75,9 @@ bool readHello(std::span<const char> body, CHello* pHello)
     uAt += sizeof pHello->wVersion;
     pHello->ullService = readNumber<std::uint64_t>(body, uAt);
     uAt += sizeof pHello->ullService;
-    std::memcpy(pHello->session.data(), body.data() + uAt, pHello->session.size());
+    std::memcpy(pHello->instance.data(), body.data() + uAt, pHello->instance.size());
+    uAt += pHello->instance.size();
+    pHello->dwNumber = readNumber<std::uint32_t>(body, uAt);
     return pHello->wVersion != 0;
 }
 

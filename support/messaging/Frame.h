@@ -12,7 +12,7 @@ namespace Messaging {
 /// What a frame is, its first byte after the length.
 enum class EFrame : std::uint8_t
 {
-    hello = 1,    ///< the connecting side names the session
+    hello = 1,    ///< the connecting side says who it is
     welcome = 2,  ///< the accepting side's answer to it
     request = 3,  ///< exchange number, body
     response = 4, ///< exchange number, body
@@ -21,7 +21,7 @@ enum class EFrame : std::uint8_t
     pong = 7      ///< the answer to it
 };
 
-using CSessionId = std::array<std::uint8_t, 16>;
+using CInstance = std::array<std::uint8_t, 16>;
 
 /// Length field in front of every frame; it counts the type and what follows, not itself.
 constexpr std::size_t cFrameHead = 4;
@@ -31,12 +31,14 @@ constexpr std::size_t cExchangeHead = 5;
 constexpr std::uint32_t cGreetingLimit = 64;
 constexpr std::uint16_t cProtocolVersion = 1;
 
-/// The greeting and its answer.
+/// The greeting and its answer. Instance and number name a session: no two are alike.
 struct CHello
 {
     std::uint16_t wVersion = cProtocolVersion; ///< hello: the newest spoken; welcome: the one chosen
     std::uint64_t ullService = 0;              ///< which service is meant: both sides have the same
-    CSessionId session{};                      ///< fresh for every connection; the answer repeats it
+    CInstance instance{};                      ///< of the sender, chosen at random when it started
+    std::uint32_t dwNumber = 0;                ///< hello: of this connection, counted by its sender; welcome: the last
+                                               ///< that its sender has counted: greetings up to it are void
     bool operator==(const CHello&) const = default;
 };
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <future>
+#include <random>
 
 #include <asio/post.hpp>
 
@@ -30,6 +31,15 @@ std::uint64_t hashOf(const std::string& sText)
     for (const char c : sText)
         ullHash = (ullHash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3ULL;
     return ullHash;
+}
+
+CInstance freshInstance()
+{
+    std::random_device random;
+    CInstance instance{};
+    for (std::uint8_t& byte : instance)
+        byte = static_cast<std::uint8_t>(random());
+    return instance;
 }
 } // namespace
 
@@ -103,6 +113,7 @@ CNode::CNode(const CChannelSettings& settings, std::uint64_t ullService)
 {
     m_parts.settings = settings;
     m_parts.ullService = ullService;
+    m_parts.instance = freshInstance();
     m_parts.pLog = CChannelLog::get();
     m_interval = std::clamp(settings.heartbeat / 5, std::chrono::milliseconds(5), std::chrono::milliseconds(100));
 }

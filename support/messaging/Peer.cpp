@@ -132,6 +132,11 @@ long CPeer::readClock(CPeerClock::CReading* pReading)
 void CPeer::admit(const std::shared_ptr<CSession>& pSession)
 {
     pSession->setOwner(this);
+    if (m_pSession && m_pSession->isNewerThan(*pSession))
+    {
+        pSession->end(); // the greeting was under way when the peer took our connection instead
+        return;
+    }
     if (m_pAttempt && m_pAttempt->stage() == CSession::greeting && m_parts.settings.dwAddress < m_dwPeer)
     {
         if (m_pParked)

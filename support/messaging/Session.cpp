@@ -2,23 +2,12 @@
 
 #include "CPortable.h"
 
-#include <random>
-
 #include <asio/post.hpp>
 
 namespace Messaging {
 namespace {
 /// A peer that does not read what it asked for is not answered any more.
 constexpr std::size_t cPongQueue = 64 * 1024;
-
-CSessionId freshId()
-{
-    std::random_device random;
-    CSessionId id{};
-    for (std::uint8_t& byte : id)
-        byte = static_cast<std::uint8_t>(random());
-    return id;
-}
 } // namespace
 
 CSession::CSession(CNodeParts& parts, std::uint32_t dwPeer, IOwner* pOwner)
@@ -56,17 +45,20 @@ void CSession::onOpen()
 {
     m_eStage = greeting;
     m_tpStage = CClock::now();
-    if (m_bAccepted)
-        return;
-    m_hello.ullService = m_parts.ullService;
-    m_hello.session = freshId();
-    (void)m_pConnection->send([this](std::string* psOut) { appendHello(psOut, EFrame::hello, m_hello); });
+    if (!m_bAccepted)
+        greet(EFrame::hello, m_dwNumber);
+}
+
+void CSession::greet(EFrame eType, std::uint32_t dwNumber)
+{
+    const CHello hello{cProtocolVersion, m_parts.ullService, m_parts.instance, dwNumber};
+    (void)m_pConnection->send([&](std::string* psOut) { appendHello(psOut, eType, hello); });
 }
 
 void CSession::start()
 {
     if (m_bAccepted)
-        (void)m_pConnection->send([this](std::string* psOut) { appendHello(psOut, EFrame::welcome, m_hello); });
+        greet(EFrame::welcome, m_parts.dwLastSession);
     m_eStage = running;
     m_pConnection->setFrameLimit(static_cast<std::uint32_t>(cExchangeHead) + m_parts.settings.dwMessageBytes);
     m_pConnection->resume(); // when it was parked
@@ -120,20 +112,15 @@ bool CSession::onFrame(const CFrame& frame)
 
 bool CSession::onGreeting(const CFrame& frame)
 {
-    CHello hello;
     if (m_eStage != greeting || frame.eType != (m_bAccepted ? EFrame::hello : EFrame::welcome) ||
-        !readHello(frame.body, &hello))
+        !readHello(frame.body, &m_helloOfPeer))
         return fail("no greeting");
-    if (hello.ullService != m_parts.ullService)
+    if (m_helloOfPeer.ullService != m_parts.ullService)
         return fail("the peer means another service");
+    if (!m_bAccepted && m_helloOfPeer.wVersion != cProtocolVersion)
+        return fail("the peer speaks another version");
     if (m_bAccepted)
-    {
-        m_hello = hello;
-        m_hello.wVersion = cProtocolVersion; // so far there is one
-        m_eStage = parked;
-    }
-    else if (hello.session != m_hello.session || hello.wVersion != cProtocolVersion)
-        return fail("the answer belongs to another greeting");
+        m_eStage = parked; // so far there is one version, and whoever speaks a newer one speaks it too
     const auto pSelf = shared_from_this();
     m_pOwner->onGreeted(pSelf);
     return m_eStage != over;

@@ -16,6 +16,7 @@ struct CNodeParts
 {
     CChannelSettings settings;
     std::uint64_t ullService = 0;
+    CInstance instance{};              ///< tells this start of the server from every other
     std::unique_ptr<CTlsContext> pTls; ///< null: in the clear
     std::shared_ptr<CChannelLog> pLog;
     asio::io_context io{1};
@@ -79,6 +80,13 @@ public:
     bool accepted() const { return m_bAccepted; }
     std::uint32_t peer() const { return m_dwPeer; }
     std::uint32_t number() const { return m_dwNumber; }
+    /// Whether another connection's greeting was sent before this connection was made, by the same start of the peer:
+    /// the peer has given that one up.
+    bool isNewerThan(const CSession& other) const
+    {
+        return m_helloOfPeer.instance == other.m_helloOfPeer.instance &&
+               m_helloOfPeer.dwNumber >= other.m_helloOfPeer.dwNumber;
+    }
     const std::shared_ptr<CInboundBudget>& budget() const { return m_pBudget; }
 
     bool sendExchange(EFrame eType, std::uint32_t dwExchange, std::span<const char> body);
@@ -94,6 +102,7 @@ private:
     bool onGreeting(const CFrame& frame);
     bool onMessage(const CFrame& frame);
     bool fail(const char* pszWhy);
+    void greet(EFrame eType, std::uint32_t dwNumber);
     void answerPing(std::uint64_t ullStamp);
 
     CNodeParts& m_parts;
@@ -106,7 +115,7 @@ private:
     IOwner* m_pOwner;
     EStage m_eStage = opening;
     bool m_bAccepted = false;
-    CHello m_hello; // the one sent or received
+    CHello m_helloOfPeer;
     CClock::time_point m_tpStage = CClock::now();
 };
 
