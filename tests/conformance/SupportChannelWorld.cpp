@@ -2,11 +2,17 @@
 #include "ChannelWorld.h"
 #include "SupportChannel.h"
 #include "TemporaryDirectory.h"
+#ifdef CDS_TEST_ENCRYPTED
+#include "TestCertificates.h"
+#endif
 
 struct CChannelWorld::CState
 {
     CTemporaryDirectory directory;
     CSupportChannels channels{directory};
+#ifdef CDS_TEST_ENCRYPTED
+    CTestCertificates certificates{directory};
+#endif
 };
 
 CChannelWorld::CChannelWorld() : m_pState(std::make_unique<CState>())
@@ -31,7 +37,11 @@ std::unique_ptr<CCMLibraryX> CChannelWorld::make(CMLIB_MODE eMode)
 
 long CChannelWorld::initialize(CCMLibraryX* pChannel, int nServer)
 {
+#ifdef CDS_TEST_ENCRYPTED
+    m_pState->channels.configure(nServer, m_pState->certificates.settingsFor(CSupportChannels::addressText(nServer)));
+#else
     m_pState->channels.configure(nServer);
+#endif
     return pChannel->initialize();
 }
 
