@@ -292,8 +292,9 @@ void CConnection::endSoon(const char* pszWhy)
 
 void CConnection::broken(const char* pszWhy)
 {
+    const std::string sWhy(pszWhy); // the text may be the transport's, which ends on the way
     if (IUser* const pUser = std::exchange(m_pUser, nullptr))
-        pUser->onBroken(pszWhy);
+        pUser->onBroken(sWhy.c_str());
 }
 
 } // namespace Messaging
