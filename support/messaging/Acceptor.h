@@ -11,7 +11,7 @@ namespace Messaging {
 /// address, so much time.
 ///
 /// Threads    listen: any, before the others. All others: the I/O thread.
-class CAcceptor : public std::enable_shared_from_this<CAcceptor>, private CSession::IOwner
+class CAcceptor final : public std::enable_shared_from_this<CAcceptor>, private CSession::IOwner
 {
 public:
     /// @param fnGreeted  takes over a session that has greeted

@@ -12,8 +12,8 @@ namespace {
 /// A sender that wrote so lately leaves the next bytes to the I/O thread, which writes many frames at once.
 constexpr std::chrono::microseconds cBusy{30};
 /// Reading gives way to other connections after so many bytes.
-constexpr std::size_t cTurn = 512 * 1024;
-constexpr std::size_t cKeepCapacity = 1024 * 1024;
+constexpr std::size_t cTurn = 524'288;
+constexpr std::size_t cKeepCapacity = 1'048'576;
 } // namespace
 
 CConnection::CConnection(asio::io_context& io, const CTlsContext* pTls, std::uint32_t dwPeer, IUser* pUser)

@@ -8,8 +8,8 @@ namespace Messaging {
 namespace {
 constexpr std::array<char, 4> cMagic{'C', 'D', 'S', 'M'};
 constexpr std::size_t cHelloBody = cMagic.size() + 2 + 8 + 16 + 4;
-constexpr std::size_t cSmallBuffer = 4 * 1024;
-constexpr std::size_t cBuffer = 64 * 1024;
+constexpr std::size_t cSmallBuffer = 4'096;
+constexpr std::size_t cBuffer = 65'536;
 
 template <typename Number> void appendNumber(std::string* psOut, Number number)
 {

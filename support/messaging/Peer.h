@@ -19,7 +19,7 @@ namespace Messaging {
 /// the side with the lower address lets the other's wait until its own attempt has ended.
 ///
 /// Threads    sendRequest, sendResponse, readClock and describe: any. All others: the I/O thread.
-class CPeer : private CSession::IOwner
+class CPeer final : private CSession::IOwner
 {
 public:
     using CClock = std::chrono::steady_clock;

@@ -7,7 +7,7 @@
 namespace Messaging {
 namespace {
 /// A peer that does not read what it asked for is not answered any more.
-constexpr std::size_t cPongQueue = 64 * 1024;
+constexpr std::size_t cPongQueue = 65'536;
 } // namespace
 
 CSession::CSession(CNodeParts& parts, std::uint32_t dwPeer, IOwner* pOwner)

@@ -30,7 +30,7 @@ struct CNodeParts
 ///
 /// Threads    send, queued, endSoon and what is constant: any. All others: the I/O thread, on which the owner is
 /// called.
-class CSession : public std::enable_shared_from_this<CSession>, private CConnection::IUser
+class CSession final : public std::enable_shared_from_this<CSession>, private CConnection::IUser
 {
 public:
     using CClock = std::chrono::steady_clock;
