@@ -235,23 +235,27 @@ TEST_F(ChannelTest, ASecondResponseIsDropped)
     CChannelServer one(&m_world, 1);
     CChannelServer two(&m_world, 2);
     connect(one, two);
-    ASSERT_GE(one.send(1, two, "first"), 0);
-    const auto optFirst = two.requests.next();
-    ASSERT_TRUE(optFirst);
-    (void)two.answer(*optFirst, "once");
-    (void)two.answer(*optFirst, "twice"); // may be refused or accepted
-    ASSERT_GE(one.send(2, two, "second"), 0);
-    const auto optSecond = two.requests.next();
-    ASSERT_TRUE(optSecond);
-    (void)two.answer(*optSecond, "next");
-
-    const auto optEnd = one.responses.next();
-    ASSERT_TRUE(optEnd);
-    EXPECT_EQ(optEnd->sBody, "once");
-    const auto optNext = one.responses.next();
+    ASSERT_GE(one.send(1, two, "open meanwhile"), 0);
+    ASSERT_GE(one.send(2, two, "answered twice"), 0);
+    const auto optOpen = two.requests.next();
+    const auto optTwice = two.requests.next();
+    ASSERT_TRUE(optOpen && optTwice);
+    (void)two.answer(*optTwice, "once");
+    (void)two.answer(*optTwice, "twice"); // may be refused or accepted
+    (void)two.answer(*optOpen, "at last");
+    (void)two.answer(*optOpen, "once more");
+    ASSERT_GE(one.send(3, two, "next"), 0);
+    const auto optNext = two.requests.next();
     ASSERT_TRUE(optNext);
-    EXPECT_EQ(optNext->ulContext1, 2U);
-    EXPECT_EQ(optNext->sBody, "next");
+    (void)two.answer(*optNext, "next");
+
+    for (const auto& [ulRequestID, sBody] : {std::pair(2UL, "once"), std::pair(1UL, "at last"), std::pair(3UL, "next")})
+    {
+        const auto optEnd = one.responses.next();
+        ASSERT_TRUE(optEnd);
+        EXPECT_EQ(optEnd->ulContext1, ulRequestID);
+        EXPECT_EQ(optEnd->sBody, sBody);
+    }
 }
 
 TEST_F(ChannelTest, AnUnansweredRequestEndsWhenItsTimeIsOver)

@@ -365,6 +365,22 @@ TEST_F(SupportChannelTest, AFloodIsHeldBackAndDoesNotDisturbOthers)
     rest.join();
 }
 
+TEST_F(SupportChannelTest, AnOverdueAnswerEndsTheConnection)
+{
+    CBareServer one(&m_channels, 1);
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    ASSERT_GE(one.pClient->sendRequest(5, CSupportChannels::address(2), 0, "x", 1, 0, 1), 0);
+    const CReceived end = one.receiveResponse();
+    EXPECT_EQ(end.ulContext1, 5U);
+    EXPECT_LT(end.lResult, 0);
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_DISCONNECTED) << "nobody knows what became of the request";
+    CDSSupport::flushLogs();
+    EXPECT_THAT(m_directory.read("CDSMessaging.log"), testing::HasSubstr("an answer is overdue"));
+    EXPECT_TRUE(peer.isEnded());
+}
+
 TEST_F(SupportChannelTest, APeerThatStopsReadingIsDisconnectedBeforeTheSenderGivesUp)
 {
     CBareServer one(&m_channels, 1, "MessageBytes = 4096\nSendQueueBytes = 65536\n");
@@ -405,10 +421,15 @@ TEST_F(SupportChannelTest, APeerThatTakesNothingOfWhatWaitsIsDisconnected)
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
     for (unsigned long ul = 1; ul <= 4; ++ul)
         ASSERT_GE(one.send(ul, 2, std::string(4U << 20, 'x')), 0); // more than the system buffers
-    // It gives signs of life as long as it may.
-    while (peer.sendWhatFits(CRawPeer::frame(7, std::string(24, 'p'))) != 0)
-        std::this_thread::yield();
+    // It gives signs of life until it is disconnected, so that they cannot be the reason.
+    std::thread alive([&peer] {
+        while (peer.send(CRawPeer::frame(7, std::string(24, 'p'))))
+            std::this_thread::yield();
+    });
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_DISCONNECTED);
+    alive.join();
+    CDSSupport::flushLogs();
+    EXPECT_THAT(m_directory.read("CDSMessaging.log"), testing::HasSubstr("the peer does not read"));
 }
 
 TEST_F(SupportChannelTest, StrangersAtTheDoorDoNotKeepPeersOut)
