@@ -177,7 +177,7 @@ TEST_P(StoreAllocationTest, WithoutAProxyNothingElseIsMade)
             bSeen = true;
             EXPECT_EQ(g_pCDSNetProxy, nullptr);
             EXPECT_THAT(CFakeLocks::creations(), IsEmpty());
-            EXPECT_EQ(CFakeEvents::creations().size(), 1U); // the first store's
+            EXPECT_EQ(CFakeEvents::creations().size(), 2U); // the first store's and its proxy's
             story.store().Dump(1);
             EXPECT_THAT(story.starts(), FailsWith(E_CDS_OUTOFMEMORY));
             EXPECT_THAT(story.stops(), IsOk());
