@@ -98,11 +98,11 @@ long CCDSNetProxy::start(const std::string& sIPAddr, CCDSAPI* pCDSAPI)
 
 long CCDSNetProxy::startServerChannel()
 {
-    std::shared_ptr<CCMLibraryX> pChannel;
+    std::unique_ptr<CCMLibraryX> pMade;
     try
     {
-        pChannel.reset(new (std::nothrow)
-                           CCMLibraryX(cChannelID, cService, cPeerChannelID, cChannelTimeout, 1, 2, cmlib_mode_server));
+        pMade.reset(new (std::nothrow)
+                        CCMLibraryX(cChannelID, cService, cPeerChannelID, cChannelTimeout, 1, 2, cmlib_mode_server));
     }
     catch (const KRException& refusal)
     {
@@ -111,11 +111,12 @@ long CCDSNetProxy::startServerChannel()
                                 refusal.location());
         return refusal.code();
     }
-    if (pChannel == nullptr)
+    if (pMade == nullptr)
     {
         CCDSLogging::logHRESULT(E_CDS_NOCHANNEL, "CCDSNetProxy::Initialize, new CCMLibraryX.1");
         return E_CDS_NOCHANNEL;
     }
+    const std::shared_ptr<CCMLibraryX> pChannel(std::move(pMade));
     m_pcmLibraryServer.set(pChannel);
     const long lResult = initializeChannel(*pChannel);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::Initialize, m_pcmLibraryServer->initialize");
@@ -124,11 +125,11 @@ long CCDSNetProxy::startServerChannel()
 
 long CCDSNetProxy::startClientChannel()
 {
-    std::shared_ptr<CCMLibraryX> pChannel;
+    std::unique_ptr<CCMLibraryX> pMade;
     try
     {
-        pChannel.reset(new (std::nothrow)
-                           CCMLibraryX(cChannelID, cService, cPeerChannelID, cChannelTimeout, 0, 1, cmlib_mode_client));
+        pMade.reset(new (std::nothrow)
+                        CCMLibraryX(cChannelID, cService, cPeerChannelID, cChannelTimeout, 0, 1, cmlib_mode_client));
     }
     catch (const KRException& refusal)
     {
@@ -138,11 +139,12 @@ long CCDSNetProxy::startClientChannel()
                                 refusal.location());
         return refusal.code();
     }
-    if (pChannel == nullptr)
+    if (pMade == nullptr)
     {
         CCDSLogging::logHRESULT(E_CDS_NOCHANNEL, "CCDSNetProxy::Initialize, new CCMLibraryX.3");
         return E_CDS_NOCHANNEL;
     }
+    const std::shared_ptr<CCMLibraryX> pChannel(std::move(pMade));
     m_pcmLibraryClient.set(pChannel);
     const long lResult = initializeChannel(*pChannel);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::Initialize, m_pcmLibraryClient->initialize");

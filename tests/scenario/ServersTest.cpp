@@ -175,6 +175,7 @@ TEST_F(ServersTest, ARegistrationWhileTheOwnerIsAwayIsMadeGood)
 {
     CFakeChannels::cutLink(cA, cB);
     m_a.registers("ann", "sip:1", cB); // tries, and finds it unreachable
+    settle();
     m_a.registers("eve", "sip:2", cB); // refused without a try
     writes("alice");
     writes("bob", "sip:2");
