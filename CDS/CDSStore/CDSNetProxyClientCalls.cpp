@@ -80,6 +80,7 @@ long CCDSNetProxy::countRegistration(const std::string& sCallID, std::uint32_t d
     const long lResult = cdsGuarded([&] {
         auto pCall = std::make_shared<CClientCall>(this, dwServer, sCallID);
         pCall->m_lCount = 1;
+        const CCritSecLock again(m_csCalls, __LINE__, __LINE__); // held: the analysis does not see it from here
         m_clientCalls.add(pCall);
         *ppCall = std::move(pCall);
         return 0L;

@@ -46,6 +46,14 @@ bool CCDSNetProxy::reserveDistribution(bool bClient, const std::string& sCallID,
     return true;
 }
 
+/// The ID under which a peer is registered here for a call; "" when it is not.
+std::string CCDSNetProxy::peerRegistrationID(const std::string& sCallID, std::uint32_t dwPeer)
+{
+    const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    const auto pFound = m_distributions.find(sCallID, dwPeer);
+    return pFound != nullptr && !pFound->m_bClient ? pFound->m_sRegID : std::string();
+}
+
 bool CCDSNetProxy::forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr)
 {
     CDistributionTable::CEntry pEntry;

@@ -14,11 +14,9 @@ void CCDSNetProxy::onPeerDisconnected(CCDSWork& work)
     const long lResult = unregisterClients(work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClients");
     if (lResult >= 0)
-    {
         CCDSLogging::logHRESULT(remCallDataDistribution(false, work.m_dwPeer),
                                 "CCDSNetProxy::workerThread, remCallDataDistribution");
-        m_resync.peerRemoved(work.m_dwPeer);
-    }
+    m_resync.peerLeft(work.m_dwPeer, lResult < 0);
 }
 
 /// Handles a request and answers it, whatever came of it.
@@ -103,6 +101,9 @@ long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - register");
+    if (const std::string sOldRegID = peerRegistrationID(sCallID, work.m_dwPeer);
+        !sOldRegID.empty() && sOldRegID != sRegID)
+        m_resync.registrationReplaced(sOldRegID, work.m_dwPeer);
     long lResult = addCallDataDistribution(false, sCallID, sRegID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, addCallDataDistribution, work - 0x%08X", uWork);
     if (lResult < 0)

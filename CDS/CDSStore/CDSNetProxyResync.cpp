@@ -47,6 +47,31 @@ void CCDSNetProxyResync::reregisteredInVain(const std::string& sCallID, const st
     m_pProxy->withdrawRegistration(sCallID, sRegID, dwServer);
 }
 
+void CCDSNetProxyResync::registrationReplaced(const std::string& sOldRegID, std::uint32_t dwPeer)
+{
+    m_mapReplaced[dwPeer].insert(sOldRegID);
+}
+
+void CCDSNetProxyResync::peerLeft(std::uint32_t dwPeer, bool bEntriesStay)
+{
+    if (const auto node = m_mapReplaced.extract(dwPeer); !node.empty())
+        for (const std::string& sRegID : node.mapped())
+            (void)m_pProxy->unregisterClient(sRegID); // unknown when the peer has unregistered it since
+    if (bEntriesStay)
+        m_setLeftBehind.insert(dwPeer);
+    else
+        redistribute(dwPeer);
+}
+
+void CCDSNetProxyResync::peerConnected(std::uint32_t dwPeer)
+{
+    if (m_setLeftBehind.erase(dwPeer) == 0)
+        return;
+    CCDSLogging::logWarning("CCDSNetProxyResync: entries of an earlier connection go, ipaddr 0x%08X", dwPeer);
+    (void)m_pProxy->remCallDataDistribution(false, dwPeer); // always 0
+    redistribute(dwPeer);
+}
+
 void CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)
 {
     const auto it = m_mapStale.find(dwPeer);

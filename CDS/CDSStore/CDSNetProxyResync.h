@@ -37,18 +37,25 @@ public:
     /// A registration was sent again while its unregistration was under way: the owner is told once more.
     void reregisteredInVain(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
 
+    /// A peer registered for a call anew, under another ID: the store keeps the old one, which goes with the peer.
+    void registrationReplaced(const std::string& sOldRegID, std::uint32_t dwPeer);
+
+    /// A peer has disconnected. When one of its registrations was unknown its entries stay, and would keep its next
+    /// registrations from being made: they go when it connects again.
+    void peerLeft(std::uint32_t dwPeer, bool bEntriesStay);
+    void peerConnected(std::uint32_t dwPeer);
+
     /// A connection event of a peer: what is stale there is distributed again.
     void connectionChanged(std::uint32_t dwPeer) { redistribute(dwPeer); }
 
-    /// A peer's entries are gone: whom it kept from getting changes gets them.
-    void peerRemoved(std::uint32_t dwPeer) { redistribute(dwPeer); }
-
-    /// The same for one call.
+    /// A peer's entry is gone: whom it kept from getting the call's changes gets them.
     void entryRemoved(const std::string& sCallID, std::uint32_t dwPeer);
 
 private:
     void redistribute(std::uint32_t dwPeer);
 
     CCDSNetProxy* const m_pProxy;
-    std::map<std::uint32_t, std::set<std::string>> m_mapStale; // peer -> calls
+    std::map<std::uint32_t, std::set<std::string>> m_mapStale;    // peer -> calls
+    std::map<std::uint32_t, std::set<std::string>> m_mapReplaced; // peer -> registration IDs
+    std::set<std::uint32_t> m_setLeftBehind;                      // peers whose entries stayed
 };

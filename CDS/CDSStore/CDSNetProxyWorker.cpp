@@ -141,6 +141,7 @@ bool CCDSNetProxy::handle(SQueued& queued)
     case WT_OP_CDS_CALLBACK: onCallback(queued.pWork); break;
     case WT_OP_SERVER_CLIENTCONNECTED:
         CCDSLogging::logWarning("WT_OP_SERVER_CLIENTCONNECTED - 0x%08X, ipaddr 0x%08X", uWork, work.m_dwPeer);
+        m_resync.peerConnected(work.m_dwPeer);
         break;
     case WT_OP_SERVER_CLIENTDISCONNECTED: onPeerDisconnected(work); break;
     case WT_OP_SERVER_RECEIVEREQUEST: onReceivedRequest(work); break;

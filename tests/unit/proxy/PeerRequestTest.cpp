@@ -274,6 +274,29 @@ TEST_F(PeerRequestTest, WhenARegistrationOfALeavingPeerIsUnknownItsEntriesStay)
     EXPECT_FALSE(CFakeLog::contains("CCDSNetProxy::remCallDataDistribution.1"));
 }
 
+TEST_F(PeerRequestTest, EntriesThatStayedGoWhenThePeerConnectsAgain)
+{
+    m_server.registers("ann", "sip:1", m_server.address(), "none");
+    m_server.updates("ann", CNews("sip:1").sets("CALLERID", "alice"));
+    asks(registrationRequest("id 1", "10.0.0.1", "sip:1"));
+    m_server.unregisters("id 1"); // by somebody else
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CFakeChannels::serverReceives(CMLIB_SERVER_CONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    CFakeChannels::forgetTraffic();
+    asks(registrationRequest("id 1", "10.0.0.1", "sip:1"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.2 id 1: sip:1 CALLERID=alice"));
+}
+
+TEST_F(PeerRequestTest, AReplacedRegistrationGoesWithItsPeer)
+{
+    asks(registrationRequest("old id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("new id", "10.0.0.1", "sip:1"));
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(m_server.unregisters("old id"), FailsWith(E_CDS_NOTFOUND));
+}
+
 TEST_F(PeerRequestTest, APeerWithoutRegistrationsLeavesWithoutAnError)
 {
     CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
