@@ -128,6 +128,12 @@ void CCDSAPI::SetNetProxyCallback(CDSNetProxyCallback* pCallback)
     m_pNetProxyCallback = pCallback;
 }
 
+/// Takes a callback back, unless the host has set another one since.
+void CCDSAPI::resetNetProxyCallback(CDSNetProxyCallback* pCallback) noexcept
+{
+    (void)m_pNetProxyCallback.compare_exchange_strong(pCallback, nullptr); // another one stays
+}
+
 unsigned long long CCDSAPI::GetServerTimestamp(unsigned long ulServer)
 {
     const CSlowWarning slow("GetServerTimestamp");

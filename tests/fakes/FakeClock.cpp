@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <deque>
 #include <list>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -285,6 +286,8 @@ void CPortable::Sleep(unsigned long ulMs) noexcept
     {
         clock.ullFileTime += ulMs * cFileTimePerMs;
         moveTicks(clock, clock.ullTicks + ulMs);
+        lock.unlock();
+        std::this_thread::yield(); // somebody may be polling
         return;
     }
     (void)CClockWaits::wait(lock, nullptr, ulMs); // nobody releases a sleep

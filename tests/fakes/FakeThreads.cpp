@@ -23,6 +23,7 @@ struct CThreadRecords
     std::size_t uAlive = 0;
     CFakeConstruction construction;
     CFakeConstruction createThread;
+    bool bCreateThreadRefused = false;
 };
 
 CThreadRecords& records()
@@ -97,6 +98,11 @@ CPThreadHandle CPortable::CreateThread(void (*pfnEntry)(void*), void* pArg, cons
     {
         return 0;
     }
+    {
+        const std::lock_guard lock(records().mtx);
+        if (records().bCreateThreadRefused)
+            return 0;
+    }
     noteStart({pszName, pArg, nullptr, true});
     return reinterpret_cast<CPThreadHandle>(new std::thread(pfnEntry, pArg));
 }
@@ -142,11 +148,18 @@ void CFakeThreads::failNextCreateThread(std::size_t uSkip)
     records().createThread.failNext(-1, uSkip, "", 0);
 }
 
+void CFakeThreads::setCreateThreadRefused(bool bRefused)
+{
+    const std::lock_guard lock(records().mtx);
+    records().bCreateThreadRefused = bRefused;
+}
+
 void CFakeThreads::reset()
 {
     records().construction.reset();
     records().createThread.reset();
     const std::lock_guard lock(records().mtx);
+    records().bCreateThreadRefused = false;
     records().vecStarts.clear();
     records().vecNamesSet.clear();
 }

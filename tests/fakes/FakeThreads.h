@@ -35,5 +35,8 @@ public:
     /// The next CPortable::CreateThread, after uSkip good ones, gives 0.
     static void failNextCreateThread(std::size_t uSkip = 0);
 
+    /// Whether every CPortable::CreateThread gives 0. Off at first.
+    static void setCreateThreadRefused(bool bRefused);
+
     static void reset();
 };

@@ -12,6 +12,7 @@ CFakeWorld::~CFakeWorld()
 
 void CFakeWorld::reset()
 {
+    CFakeChannels::reset();
     CFakeClock::reset();
     CFakeConfiguration::reset();
     CFakeEvents::reset();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "AllocationPause.h"
+#include "FakeChannel.h"
 #include "FakeClock.h"
 #include "FakeConfiguration.h"
 #include "FakeEvents.h"

@@ -178,7 +178,8 @@ TEST_P(StoreAllocationTest, WithoutAProxyNothingElseIsMade)
             bSeen = true;
             EXPECT_EQ(g_pCDSNetProxy, nullptr);
             EXPECT_THAT(CFakeLocks::creations(), IsEmpty());
-            EXPECT_EQ(CFakeEvents::creations().size(), 1U); // the first store's, and so is the only event log
+            EXPECT_EQ(CFakeEvents::creations().size(),
+                      2U); // the first store's and its proxy's; its event log is the only one
             const auto vecLogs = CFakeLog::creations();
             EXPECT_EQ(std::count_if(vecLogs.begin(), vecLogs.end(),
                                     [](const auto& arguments) { return arguments.sName == "OvnNTLog"; }),

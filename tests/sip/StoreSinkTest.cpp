@@ -28,6 +28,7 @@ class StoreSinkTest : public testing::Test
 protected:
     void SetUp() override
     {
+        CFakeThreads::setCreateThreadRefused(true); // nothing is exchanged with peers
         CCDSAPI::initLogger();
         m_pStore = std::make_unique<CCDSAPI>();
         ASSERT_EQ(m_pStore->Initialize(cServerIP, 0), 0);

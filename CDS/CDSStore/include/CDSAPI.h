@@ -161,6 +161,8 @@ public:
     void Dump(int nFull);
 
 private:
+    friend class CCDSNetProxy; // sets its own time-query callback, and takes it back
+
     class CRegIDData;
     class CUnregData;
     class CTables;
@@ -171,6 +173,7 @@ private:
     void stop();
 
     bool isWhole() const noexcept;
+    void resetNetProxyCallback(CDSNetProxyCallback* pCallback) noexcept;
     long registerLocked(CRegIDData&& data);
     long sendCurrentData(const CRegIDData& registrant);
     long unregisterLocked(const std::string& sRegID);

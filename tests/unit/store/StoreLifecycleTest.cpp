@@ -96,24 +96,24 @@ TEST_F(StoreLifecycleTest, LastOfTwoStoresHoldsTheProxy)
     EXPECT_NE(g_pCDSNetProxy, nullptr);
 }
 
-TEST_F(StoreLifecycleTest, ConstructorMakesOneReentrantNamedLock)
+TEST_F(StoreLifecycleTest, ConstructorMakesOneReentrantNamedLockBehindTheProxys)
 {
     m_story.ends();
     CFakeLocks::record(true);
     m_story.beginsAgain();
     const auto vecCreations = CFakeLocks::creations();
-    ASSERT_EQ(vecCreations.size(), 1U);
-    EXPECT_EQ(vecCreations[0].sName, "CCDSAPI::m_pcritsec");
-    EXPECT_EQ(vecCreations[0].nFlag, 1);
+    ASSERT_EQ(vecCreations.size(), 4U);
+    EXPECT_EQ(vecCreations[3].sName, "CCDSAPI::m_pcritsec");
+    EXPECT_EQ(vecCreations[3].nFlag, 1);
 }
 
-TEST_F(StoreLifecycleTest, ConstructorMakesOneUnnamedEventThatIsNotSet)
+TEST_F(StoreLifecycleTest, ConstructorMakesOneUnnamedEventThatIsNotSetBehindTheProxys)
 {
     const auto vecCreations = CFakeEvents::creations();
-    ASSERT_EQ(vecCreations.size(), 1U);
-    EXPECT_EQ(vecCreations[0].nAutoReset, 1);
-    EXPECT_EQ(vecCreations[0].sName, "");
-    EXPECT_EQ(vecCreations[0].nClear, 1);
+    ASSERT_EQ(vecCreations.size(), 2U);
+    EXPECT_EQ(vecCreations[1].nAutoReset, 1);
+    EXPECT_EQ(vecCreations[1].sName, "");
+    EXPECT_EQ(vecCreations[1].nClear, 1);
 }
 
 TEST_F(StoreLifecycleTest, ConstructorMakesTheEventLog)
@@ -391,8 +391,9 @@ TEST_F(StoreLifecycleTest, RecordLocksCarryTheirName)
 
 TEST_F(StoreLifecycleTest, DumpOfAStoreIsItsProxys)
 {
+    CFakeLog::setTraceMask("OvnCDS", CStoreStory::cAllLevels);
     m_story.store().Dump(1);
-    EXPECT_TRUE(CFakeLog::contains("-- call on server."));
+    EXPECT_TRUE(CFakeLog::contains("CCDSWork::CCDSWork()")); // work for its thread
 }
 
 } // namespace

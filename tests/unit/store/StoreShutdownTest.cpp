@@ -406,6 +406,10 @@ TEST_F(StoreReentryTest, ALastDeliveryMayUpdateTheCallWithoutHarm)
 
 // Stores of which a part could not be made.
 
+// The proxy is made first, with locks and an event of its own.
+constexpr std::size_t cProxyLocks = 3;
+constexpr std::size_t cProxyEvents = 1;
+
 /// Makes the next store's lock or event fail.
 struct CMissingPart
 {
@@ -485,29 +489,41 @@ TEST_P(HalfMadeStoreTest, CanBeFinalizedAndDestroyed)
 }
 
 constexpr CMissingPart cMissingParts[] = {
-    {"Lock", [] { CFakeLocks::failNextCreation(cdsResult(0x8000FFFFUL), 0, "fakes/CPCritSec", 7); },
+    {"Lock", [] { CFakeLocks::failNextCreation(cdsResult(0x8000FFFFUL), cProxyLocks, "fakes/CPCritSec", 7); },
      "fakes/CPCritSec.7"},
-    {"Event", [] { CFakeEvents::failNextCreation(cdsResult(0x8000FFFFUL), 0, "fakes/CPEvent", 8); }, "fakes/CPEvent.8"},
+    {"Event", [] { CFakeEvents::failNextCreation(cdsResult(0x8000FFFFUL), cProxyEvents, "fakes/CPEvent", 8); },
+     "fakes/CPEvent.8"},
 };
 INSTANTIATE_TEST_SUITE_P(Missing, HalfMadeStoreTest, testing::ValuesIn(cMissingParts),
                          [](const auto& named) { return std::string(named.param.pszName); });
+
+TEST_F(StoreShutdownTest, AStoreWhoseProxyGetsNoLockRefusesToStart)
+{
+    m_story.ends();
+    CFakeLocks::failNextCreation(E_FAIL, cProxyLocks - 1);
+    m_story.beginsAgain();
+    EXPECT_EQ(g_pCDSNetProxy, nullptr);
+    EXPECT_THAT(m_story.starts(), FailsWith(E_CDS_OUTOFMEMORY));
+    m_story.store().Dump(1);
+    EXPECT_THAT(m_story.stops(), IsOk());
+}
 
 TEST_F(StoreShutdownTest, WithoutALockNoEventIsMade)
 {
     m_story.ends();
     const std::size_t uEvents = CFakeEvents::creations().size();
-    CFakeLocks::failNextCreation(E_FAIL);
+    CFakeLocks::failNextCreation(E_FAIL, cProxyLocks);
     m_story.beginsAgain();
-    EXPECT_EQ(CFakeEvents::creations().size(), uEvents);
+    EXPECT_EQ(CFakeEvents::creations().size(), uEvents + cProxyEvents);
 }
 
 TEST_F(StoreShutdownTest, WithoutAnEventTheLockIsThereAlready)
 {
     m_story.ends();
     CFakeLocks::record(true);
-    CFakeEvents::failNextCreation(E_FAIL);
+    CFakeEvents::failNextCreation(E_FAIL, cProxyEvents);
     m_story.beginsAgain();
-    EXPECT_THAT(CFakeLocks::creations(), SizeIs(1));
+    EXPECT_THAT(CFakeLocks::creations(), SizeIs(cProxyLocks + 1));
 }
 
 TEST_F(StoreShutdownTest, AStoreWithoutEventLogSaysSoAndWorks)

@@ -99,7 +99,10 @@ std::string identity(const void* pObject)
     return szText;
 }
 
-CStoreStory::CStoreStory() : m_pStore(std::make_unique<CCDSAPI>()) {}
+CStoreStory::CStoreStory(Peers ePeers) : m_pStore(std::make_unique<CCDSAPI>())
+{
+    CFakeThreads::setCreateThreadRefused(ePeers == Peers::None);
+}
 
 CStoreStory::~CStoreStory()
 {

@@ -73,8 +73,16 @@ public:
     /// What a registrant does when it is called, after the message was noted. Its result is the callback's.
     using CReaction = std::function<long(CCallbackMsg*)>;
 
+    /// Whether the store exchanges data with peers once it is initialized. A store that tells of itself alone is one
+    /// whose proxy gets no thread, and so does not start.
+    enum class Peers
+    {
+        None,
+        FakeChannels
+    };
+
     /// A new store, not initialized.
-    CStoreStory();
+    explicit CStoreStory(Peers ePeers = Peers::None);
     /// Lets the store go, if it is still there.
     ~CStoreStory();
     CStoreStory(const CStoreStory&) = delete;

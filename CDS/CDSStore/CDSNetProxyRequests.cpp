@@ -1,0 +1,129 @@
+// The proxy: what peers ask of this server. Everything here was written by somebody else's program.
+
+#include "CDSAPI.h"
+#include "CDSLogging.h"
+#include "CDSNetProxy.h"
+#include "CDSNetProxyMessages.h"
+#include "CDSParams.h"
+#include "CDSTraceText.h"
+
+void CCDSNetProxy::onPeerDisconnected(CCDSWork& work)
+{
+    CCDSLogging::logWarning("WT_OP_SERVER_CLIENTDISCONNECTED - 0x%08X, ipaddr 0x%08X", cdsIdentity(&work),
+                            work.m_dwPeer);
+    const long lResult = unregisterClients(work.m_dwPeer);
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClients");
+    if (lResult >= 0)
+        CCDSLogging::logHRESULT(remCallDataDistribution(false, work.m_dwPeer),
+                                "CCDSNetProxy::workerThread, remCallDataDistribution");
+    m_resync.peerLeft(work.m_dwPeer, lResult < 0);
+}
+
+/// Handles a request and answers it, whatever came of it.
+void CCDSNetProxy::onReceivedRequest(CCDSWork& work)
+{
+    CCDSLogging::logWarning("WT_OP_SERVER_RECEIVEREQUEST - 0x%08X, ipaddr 0x%08X", cdsIdentity(&work), work.m_dwPeer);
+    struct SAnswer
+    {
+        CCDSWork& work;
+        long lResult = 0;
+        ~SAnswer() { (void)work.serverRspSendStatus(lResult); } // logged; the peer's exchange times out
+    } answer{work};
+    const CParamsX list(cdsReceivedText(work.m_pInBuf.get(), work.m_dwInLen));
+    const std::string sName = list.getStringParamAt(0);
+    CCDSLogging::logWarning("-- request \"%s\"", sName.c_str());
+    if (sName == g_pszCallbackMsgRequest)
+        answer.lResult = dispatchRequest(work, list.getStringParamAt(1));
+}
+
+long CCDSNetProxy::dispatchRequest(CCDSWork& work, const std::string& sMsg)
+{
+    const CSharedMessage pMsg = cdsHoldMessage(new CCallbackMsg(0UL, sMsg));
+    pMsg->traceInfo("NetProxy, remote");
+    switch (pMsg->getCallbackReason())
+    {
+    case ccbr_calldata: return onPeerCallData(work, *pMsg);
+    case ccbr_cdrcalldata: return onPeerCdrData(work, *pMsg);
+    case ccbr_registration: return onPeerRegistration(work, *pMsg);
+    default: return 0;
+    }
+}
+
+long CCDSNetProxy::onPeerCallData(CCDSWork& work, CCallbackMsg& msg)
+{
+    auto* const pData = dynamic_cast<CCallData*>(msg.getCallbackData());
+    std::string sCallID;
+    (void)pData->getCallID(&sCallID); // empty when it fails
+    CCDSLogging::logWarning("CCDSNetProxy::workerThread, ipaddr=0x%08X, regid=%s, callid=%s, reason=ccbr_calldata",
+                            work.m_dwPeer, msg.getRegID().c_str(), sCallID.c_str());
+    // The peer has it before the store reports it back as news.
+    long lResult = updateCallDataDistribution(sCallID, work.m_dwPeer, pData);
+    if (lResult == E_CDS_DISTNOTFOUND)
+        return lResult; // nobody here waits for it any more
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread (server), updateCallDataDistribution, work - 0x%08X",
+                            cdsIdentity(&work));
+    if (lResult < 0)
+        return lResult;
+    lResult = m_pCDSAPI->Update(m_sRegID, pData, true);
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, m_pCDSAPI->Update, work - 0x%08X",
+                            cdsIdentity(&work));
+    return lResult;
+}
+
+/// Without a host that asked for them, CDRs of peers are dropped with their message.
+long CCDSNetProxy::onPeerCdrData(CCDSWork& work, CCallbackMsg& msg)
+{
+    std::string sCallID;
+    (void)dynamic_cast<CCallData*>(msg.getCallbackData())->getCallID(&sCallID); // empty when it fails
+    CCDSLogging::logWarning("CCDSNetProxy::workerThread, ipaddr=0x%08X, callid=%s, reason=ccbr_cdrcalldata",
+                            work.m_dwPeer, sCallID.c_str());
+    if (const auto pChannel = serverChannel(); pChannel != nullptr)
+        (void)msg.setCDSIPAddr(pChannel->ipAddrToString(work.m_dwPeer)); // always 0
+    return 0;
+}
+
+long CCDSNetProxy::onPeerRegistration(CCDSWork& work, CCallbackMsg& msg)
+{
+    const auto* const pRegistration = dynamic_cast<const CRegistrationData*>(msg.getCallbackData());
+    std::string sRegID;
+    std::string sCallID;
+    bool bRegister = false;
+    (void)pRegistration->getRegID(&sRegID); // always 0, here and below
+    (void)pRegistration->getCallID(&sCallID);
+    (void)pRegistration->getRegister(&bRegister);
+    CCDSLogging::logWarning(
+        "CCDSNetProxy::workerThread, ipaddr=0x%08X, regid=%s, callid=%s, reason=ccbr_registration=%d", work.m_dwPeer,
+        sRegID.c_str(), sCallID.c_str(), bRegister ? 1 : 0);
+    return bRegister ? registerPeer(work, sRegID, sCallID) : unregisterPeer(work, sRegID, sCallID);
+}
+
+long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)
+{
+    const unsigned int uWork = cdsIdentity(&work);
+    CCDSLogging::logWarning("-- request ccbr_registration - register");
+    if (const std::string sOldRegID = peerRegistrationID(sCallID, work.m_dwPeer);
+        !sOldRegID.empty() && sOldRegID != sRegID)
+        m_resync.registrationReplaced(sOldRegID, work.m_dwPeer);
+    long lResult = addCallDataDistribution(false, sCallID, sRegID, work.m_dwPeer);
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, addCallDataDistribution, work - 0x%08X", uWork);
+    if (lResult < 0)
+        return lResult;
+    lResult = registerClient(sRegID, sCallID);
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, registerClient, work - 0x%08X", uWork);
+    return lResult < 0 ? lResult : requestCallData(sCallID);
+}
+
+long CCDSNetProxy::unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)
+{
+    const unsigned int uWork = cdsIdentity(&work);
+    CCDSLogging::logWarning("-- request ccbr_registration - unregister");
+    long lResult = remCallDataDistribution(false, sCallID, work.m_dwPeer);
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, remCallDataDistribution, work - 0x%08X", uWork);
+    if (lResult >= 0)
+    {
+        lResult = unregisterClient(sRegID);
+        CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
+    }
+    m_resync.entryRemoved(sCallID, work.m_dwPeer);
+    return lResult;
+}

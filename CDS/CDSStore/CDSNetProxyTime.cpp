@@ -1,0 +1,64 @@
+// The proxy: time queries of the store, answered from the clock of the server that owns a call.
+
+#include "CDSNetProxyTime.h"
+
+#include "CDSNetProxy.h"
+
+#include <algorithm>
+
+long CDSNetProxyCallbackImpl::getServerTickCount(unsigned long ulServer, int /*nReserved*/, unsigned long* pulTickCount)
+{
+    const auto pChannel = m_pProxy->serverChannel();
+    return pChannel != nullptr
+               ? cdsResult(static_cast<unsigned long>(pChannel->getServerTickCount(ulServer, pulTickCount)))
+               : E_CDS_NOCHANNEL;
+}
+
+long CDSNetProxyCallbackImpl::getServerTimestamp(unsigned long ulServer, int /*nReserved*/,
+                                                 unsigned long long* pullTimestamp)
+{
+    const auto pChannel = m_pProxy->serverChannel();
+    return pChannel != nullptr
+               ? cdsResult(static_cast<unsigned long>(pChannel->getServerTimestamp(ulServer, pullTimestamp)))
+               : E_CDS_NOCHANNEL;
+}
+
+long CDSNetProxyCallbackImpl::getCallIDTimestamp(const std::string& sCallID, int nNoLocalFallback,
+                                                 unsigned long long* pullTimestamp)
+{
+    *pullTimestamp = 0;
+    // The record may go while its owner is asked; it is held, so that the answer still never goes back.
+    const auto pCall = m_pProxy->getClientCall(sCallID);
+    if (pCall == nullptr)
+        return getServerTimestamp(m_pProxy->address(), 0, pullTimestamp);
+    long lResult = getServerTimestamp(pCall->m_dwServer, 0, pullTimestamp);
+    if (lResult < 0 && nNoLocalFallback == 0)
+        lResult = getServerTimestamp(m_pProxy->address(), 0, pullTimestamp);
+    if (*pullTimestamp != 0)
+        m_pProxy->withClientCalls([&](const CClientCallTable&) {
+            pCall->m_ullTimestamp = std::max(pCall->m_ullTimestamp, *pullTimestamp);
+            *pullTimestamp = pCall->m_ullTimestamp;
+        });
+    return lResult;
+}
+
+long CDSNetProxyCallbackImpl::getCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp)
+{
+    const auto pCall = m_pProxy->getClientCall(sCallID);
+    if (pCall == nullptr)
+    {
+        CCDSTimestamp::getCurrent(ptsStamp);
+        return 0;
+    }
+    unsigned long long ullTimestamp = 0;
+    const long lResult = getServerTimestamp(pCall->m_dwServer, 0, &ullTimestamp);
+    const CCDSTimestamp tsOwner(ullTimestamp, 0);
+    m_pProxy->withClientCalls([&](const CClientCallTable&) {
+        if (tsOwner > pCall->m_tsStamp)
+            pCall->m_tsStamp = tsOwner;
+        else
+            pCall->m_tsStamp.increment();
+        *ptsStamp = pCall->m_tsStamp;
+    });
+    return lResult;
+}

@@ -1,0 +1,414 @@
+// Servers that share calls, connected by the fake network: what one learns reaches the others, also after their
+// connections were lost, silently or not, and after one of them was started anew.
+
+#include "ProxyStory.h"
+#include "Results.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <random>
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* cA = "10.0.0.1";
+constexpr const char* cB = "10.0.0.2";
+constexpr const char* cC = "10.0.0.3";
+
+class ServersTest : public testing::Test
+{
+protected:
+    ServersTest()
+    {
+        CFakeChannels::setNetwork(true);
+        m_b.starts();
+        m_a.starts();
+        // The owner's own component, which writes what the others read.
+        writes("");
+        settle();
+    }
+
+    static void settle() { CProxyWorld::settle(); }
+    /// The owner has a component for each call that writes, and one that reads.
+    void writes(const std::string& sValue, const std::string& sCallID = "sip:1", const std::string& sName = "CALLERID")
+    {
+        (void)m_b.registers("reader of " + sCallID, sCallID, cB); // there already, when it is
+        if (!sValue.empty())
+        {
+            EXPECT_THAT(m_b.updates("reader of " + sCallID, CNews(sCallID).sets(sName, sValue)), IsOk());
+        }
+    }
+    std::string ownersCopy(const std::string& sCallID = "sip:1") { return m_b.copyOf("reader of " + sCallID, sCallID); }
+    /// How often the owner's proxy holds an entry for a peer.
+    std::size_t entriesAt(CServer& server, const std::string& sPeer, int nClient)
+    {
+        CFakeLog::clear();
+        server.proxy().Dump(1);
+        settle();
+        return CFakeLog::countContaining(", client " + std::to_string(nClient) + ", server " + sPeer);
+    }
+
+    CProxyWorld m_world;
+    CServer m_b{cB}; // owns the calls
+    CServer m_a{cA}; // watches them
+};
+
+TEST_F(ServersTest, WhatTheOwnerLearnsReachesTheWatcher)
+{
+    EXPECT_THAT(m_a.registers("ann", "sip:1", cB), IsOk());
+    settle();
+    writes("alice");
+    settle();
+    EXPECT_THAT(m_a.hears(), ElementsAre("ann: sip:1 CALLERID=alice"));
+}
+
+TEST_F(ServersTest, WhatTheOwnerKnowsAlreadyComesAtOnce)
+{
+    writes("alice");
+    EXPECT_THAT(m_a.registers("ann", "sip:1", cB), IsOk());
+    settle();
+    EXPECT_THAT(m_a.hears(), ElementsAre("ann: sip:1 CALLERID=alice"));
+}
+
+TEST_F(ServersTest, WhatTheWatcherLearnsReachesTheOwnerWithoutAnEcho)
+{
+    EXPECT_THAT(m_a.registers("ann", "sip:1", cB), IsOk());
+    settle();
+    m_b.hears();
+    CFakeChannels::forgetTraffic();
+    EXPECT_THAT(m_a.updates("ann", CNews("sip:1").sets("DNIS", "4711")), IsOk());
+    settle();
+    EXPECT_THAT(m_b.hears(), ElementsAre("reader of sip:1: sip:1 DNIS=4711"));
+    EXPECT_EQ(CFakeChannels::sent(cA).size(), 1U);
+    EXPECT_THAT(CFakeChannels::sent(cB), IsEmpty());
+}
+
+TEST_F(ServersTest, EveryWatcherHearsEachChangeOnce)
+{
+    CServer c(cC);
+    c.starts();
+    m_a.registers("ann", "sip:1", cB);
+    c.registers("cleo", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    EXPECT_THAT(m_a.hears(), ElementsAre("ann: sip:1 CALLERID=alice"));
+    EXPECT_THAT(c.hears(), ElementsAre("cleo: sip:1 CALLERID=alice"));
+    m_a.updates("ann", CNews("sip:1").sets("DNIS", "1"));
+    settle();
+    EXPECT_THAT(c.hears(), ElementsAre("cleo: sip:1 DNIS=1"));
+    c.stops();
+    settle();
+}
+
+TEST_F(ServersTest, AWatcherThatLeavesIsForgotten)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    m_a.unregisters("ann");
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 0U);
+    CFakeChannels::forgetTraffic();
+    writes("alice");
+    settle();
+    EXPECT_THAT(CFakeChannels::sent(cB), IsEmpty());
+}
+
+TEST_F(ServersTest, ALinkThatWasCutIsMadeGood)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    writes("bob");
+    writes("4711", "sip:1", "DNIS");
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here CALLERID=bob DNIS=4711");
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), ownersCopy());
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, WhatWasUnderWayWhenTheLinkFellSilentIsMadeGood)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::silenceLink(cA, cB);
+    writes("alice");
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    CFakeChannels::cutLink(cA, cB); // now they notice
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here CALLERID=alice");
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), ownersCopy());
+}
+
+TEST_F(ServersTest, ARegistrationThatFellIntoTheSilenceIsMadeGood)
+{
+    CFakeChannels::silenceLink(cA, cB);
+    m_a.registers("ann", "sip:1", cB);
+    writes("alice");
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, ARegistrationWhileTheOwnerIsAwayIsMadeGood)
+{
+    CFakeChannels::cutLink(cA, cB);
+    m_a.registers("ann", "sip:1", cB); // tries, and finds it unreachable
+    settle();
+    m_a.registers("eve", "sip:2", cB); // refused without a try
+    writes("alice");
+    writes("bob", "sip:2");
+    settle();
+    // The owner's data comes before the answers to the registrations.
+    CFakeChannels::holdResponses(cA, true);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    CFakeChannels::holdResponses(cA, false);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_EQ(m_a.copyOf("eve", "sip:2"), "sip:2 CALLERID=bob");
+}
+
+TEST_F(ServersTest, AnOwnerThatStartsAnewGetsEverythingBack)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    m_b.beginsAgain();
+    settle();
+    m_b.starts();
+    (void)m_b.registers("reader of sip:1", "sip:1", cB);
+    settle();
+    writes("4711", "sip:1", "DNIS");
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice DNIS=4711");
+    EXPECT_EQ(ownersCopy(), m_a.copyOf("ann", "sip:1"));
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, AWatcherThatStartsAnewIsServedAgain)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    m_a.beginsAgain();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    m_a.starts();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, AHundredReconnectsLeaveOneRegistration)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    for (int nRound = 0; nRound < 100; ++nRound)
+    {
+        CFakeChannels::cutLink(cA, cB);
+        writes(std::to_string(nRound));
+        CFakeChannels::restoreLink(cA, cB);
+        if (nRound % 3 == 0)
+            settle();
+    }
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=99");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
+    m_a.unregisters("ann");
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+}
+
+TEST_F(ServersTest, AnUnreachableWatcherDoesNotCostTheOthersTheirChanges)
+{
+    CServer c(cC);
+    c.starts();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    c.registers("cleo", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    CFakeChannels::silenceLink(cA, cB);
+    writes("bob"); // swallowed on the way to the first
+    CFakeChannels::cutLink(cA, cB);
+    writes("carol");
+    settle();
+    EXPECT_EQ(c.copyOf("cleo", "sip:1"), "sip:1 CALLERID=carol");
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=carol");
+    c.stops();
+    settle();
+}
+
+// A registrant that comes while another's leaving is under way.
+
+TEST_F(ServersTest, ARegistrationDuringAnUnregistrationIsServed)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdResponses(cA, true);
+    m_a.unregisters("ann");
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    CFakeChannels::holdResponses(cA, false);
+    settle();
+    writes("alice");
+    settle();
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
+}
+
+/// Registrations and unregistrations of two, in every order, with the network held up between any two of them.
+class InterleavingTest : public ServersTest, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(InterleavingTest, EndsWithWhatIsRegistered)
+{
+    const int nHolds = GetParam();
+    bool bAnn = false;
+    bool bBob = false;
+    const auto toggles = [this](const std::string& sWho, bool* pbRegistered) {
+        if (*pbRegistered)
+        {
+            EXPECT_THAT(m_a.unregisters(sWho), IsOk());
+        }
+        else
+        {
+            EXPECT_THAT(m_a.registers(sWho, "sip:1", cB), IsOk());
+        }
+        *pbRegistered = !*pbRegistered;
+    };
+    for (int nOrder = 0; nOrder < 64; ++nOrder)
+    {
+        SCOPED_TRACE(nOrder);
+        for (int nStep = 0; nStep < 6; ++nStep)
+        {
+            const bool bHold = ((nHolds >> (nStep % 3)) & 1) != 0;
+            CFakeChannels::holdResponses(cA, bHold);
+            CFakeChannels::holdRequests(cB, bHold && (nHolds & 8) != 0);
+            ((nOrder >> nStep) & 1) != 0 ? toggles("ann", &bAnn) : toggles("bob", &bBob);
+            settle();
+        }
+        CFakeChannels::holdRequests(cB, false);
+        CFakeChannels::holdResponses(cA, false);
+        settle();
+        const std::string sValue = std::to_string(nOrder) + "/" + std::to_string(nHolds);
+        writes(sValue);
+        settle();
+        if (bAnn)
+        {
+            EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=" + sValue);
+        }
+        if (bBob)
+        {
+            EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=" + sValue);
+        }
+        EXPECT_EQ(entriesAt(m_b, cA, 0), bAnn || bBob ? 1U : 0U);
+        EXPECT_EQ(entriesAt(m_a, cB, 1), bAnn || bBob ? 1U : 0U);
+    }
+}
+INSTANTIATE_TEST_SUITE_P(Holds, InterleavingTest, testing::Range(0, 16));
+
+/// Anything may happen, in any order; when the network is whole again, so are the servers.
+class TroubleTest : public ServersTest, public testing::WithParamInterface<unsigned int>
+{
+};
+
+TEST_P(TroubleTest, EndsInAgreement)
+{
+    std::mt19937 random(GetParam());
+    const auto pick = [&random](unsigned int uBelow) { return random() % uBelow; };
+    std::map<std::string, bool> mapRegistered;
+    for (int nStep = 0; nStep < 200; ++nStep)
+    {
+        const std::string sCallID = "sip:" + std::to_string(1 + pick(3));
+        const std::string sWho = (pick(2) != 0 ? "ann of " : "bob of ") + sCallID;
+        switch (pick(10))
+        {
+        case 0: CFakeChannels::silenceLink(cA, cB); break;
+        case 1: CFakeChannels::cutLink(cA, cB); break;
+        case 2:
+        case 3:
+            // A silent link is noticed before it is made again.
+            CFakeChannels::cutLink(cA, cB);
+            CFakeChannels::restoreLink(cA, cB);
+            break;
+        case 4:
+        case 5:
+            if (!mapRegistered[sWho])
+            {
+                EXPECT_THAT(m_a.registers(sWho, sCallID, cB), IsOk());
+            }
+            else
+            {
+                EXPECT_THAT(m_a.unregisters(sWho), IsOk());
+            }
+            mapRegistered[sWho] = !mapRegistered[sWho];
+            break;
+        case 6:
+            if (mapRegistered[sWho])
+            {
+                EXPECT_THAT(m_a.updates(sWho, CNews(sCallID).sets("ANI", std::to_string(nStep))), IsOk());
+            }
+            break;
+        case 7: settle(); break;
+        default: writes(std::to_string(nStep), sCallID); break;
+        }
+    }
+    CFakeChannels::cutLink(cA, cB);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    std::size_t uCalls = 0;
+    for (int nCall = 1; nCall <= 3; ++nCall)
+    {
+        const std::string sCallID = "sip:" + std::to_string(nCall);
+        SCOPED_TRACE(sCallID);
+        const bool bAnn = mapRegistered["ann of " + sCallID];
+        const bool bBob = mapRegistered["bob of " + sCallID];
+        if (bAnn)
+        {
+            EXPECT_EQ(m_a.copyOf("ann of " + sCallID, sCallID), ownersCopy(sCallID));
+        }
+        if (bBob)
+        {
+            EXPECT_EQ(m_a.copyOf("bob of " + sCallID, sCallID), ownersCopy(sCallID));
+        }
+        uCalls += bAnn || bBob ? 1 : 0;
+    }
+    EXPECT_EQ(entriesAt(m_b, cA, 0), uCalls);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), uCalls);
+}
+INSTANTIATE_TEST_SUITE_P(Seeds, TroubleTest, testing::Range(1U, 41U));
+
+} // namespace
