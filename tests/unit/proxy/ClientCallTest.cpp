@@ -263,9 +263,8 @@ TEST_F(ClientCallTest, TheEntryStandsBeforeTheRequestIsOut)
     m_server.stops();
     m_server.starts();
     bool bStood = false;
-    CFakeChannels::whileSending([&](const CFakeChannels::CSent&) {
-        bStood = !proxy().reserveDistribution(true, "sip:1", "x", cOwner);
-    });
+    CFakeChannels::whileSending(
+        [&](const CFakeChannels::CSent&) { bStood = !proxy().reserveDistribution(true, "sip:1", "x", cOwner); });
     EXPECT_EQ(m_server.registers("ann", "sip:1", "10.0.0.2"), 0);
     EXPECT_TRUE(bStood);
 }

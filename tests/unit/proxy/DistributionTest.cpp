@@ -43,15 +43,15 @@ protected:
 TEST_F(DistributionTest, ANewEntryIsAdded)
 {
     adds(cTwo, "id");
-    EXPECT_THAT(CFakeLog::texts(),
-                ElementsAre("CCDSNetProxy::addCallDataDistribution, call sip:1, ipaddr 0x0A000002"));
+    EXPECT_THAT(CFakeLog::texts(), ElementsAre("CCDSNetProxy::addCallDataDistribution, call sip:1, ipaddr 0x0A000002"));
 }
 
 TEST_F(DistributionTest, TheSameEntryIsRefused)
 {
     adds(cTwo, "id");
     EXPECT_THAT(proxy().addCallDataDistribution(false, "sip:1", "id", cTwo), FailsWith(E_CDS_EXISTS));
-    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::addCallDataDistribution, found the IPADDR with the same ReqID"), 1U);
+    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::addCallDataDistribution, found the IPADDR with the same ReqID"),
+              1U);
 }
 
 TEST_F(DistributionTest, AnEntryForThePeerGetsTheNewID)
@@ -134,8 +134,7 @@ TEST_F(DistributionTest, TheFirstSendIsWholeLaterOnesAreDifferences)
     (void)proxy().requestCallData("sip:1");
     CProxyWorld::settle();
     updates(CNews("sip:1").sets("DNIS", "4711"));
-    EXPECT_THAT(sentInShort(),
-                ElementsAre("10.0.0.2 id: sip:1 CALLERID=alice", "10.0.0.2 id: sip:1 DNIS=4711"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.2 id: sip:1 CALLERID=alice", "10.0.0.2 id: sip:1 DNIS=4711"));
 }
 
 TEST_F(DistributionTest, CallDataCarriesItsReasonAndTheEntrysID)
@@ -153,9 +152,8 @@ TEST_F(DistributionTest, EntriesAreServedInTheOrderTheyWereAdded)
     adds(cTwo, "two");
     adds(cFour, "four");
     updates(CNews("sip:1").sets("CALLERID", "alice"));
-    EXPECT_THAT(sentInShort(),
-                ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice", "10.0.0.2 two: sip:1 CALLERID=alice",
-                            "10.0.0.4 four: sip:1 CALLERID=alice"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice", "10.0.0.2 two: sip:1 CALLERID=alice",
+                                           "10.0.0.4 four: sip:1 CALLERID=alice"));
 }
 
 TEST_F(DistributionTest, OtherCallsEntriesGetNothing)

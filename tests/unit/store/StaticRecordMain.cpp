@@ -27,6 +27,7 @@ CCDSAPI* g_pStore = nullptr; // never destroyed
 int main()
 {
     static CCallData s_record("sip:2");
+    CFakeClock::setSleepAdvances(true); // the proxy sleeps while its threads end
     CFakeLog::setTraceMask("OvnCDS", 4);
     CCDSAPI::initLogger();
     g_pStore = new CCDSAPI;
