@@ -14,7 +14,6 @@ CBenchStore::CBenchStore()
     setTraceMask(cDefaultMask);
     CCDSAPI::initLogger();
     m_pStore = std::make_unique<CCDSAPI>();
-    (void)m_pStore->Initialize(g_sServerIP, 0); // a store that did not start refuses the updates, which is noticed
     (void)m_pStore->Register(0, m_sWriter, g_sServerIP, "writer's own", "none", nullptr, 0);
 }
 
@@ -34,7 +33,6 @@ bool CBenchStore::update(const std::string& sCallID, std::uint64_t ullUpdate, bo
 void CBenchStore::forgetCalls()
 {
     (void)m_pStore->Finalize(); // always 0
-    (void)m_pStore->Initialize(g_sServerIP, 0);
 }
 
 long CBenchStore::onChange(CCallbackMsg* pMessage)

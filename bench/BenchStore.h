@@ -6,14 +6,15 @@
 #include <memory>
 #include <string>
 
-/// The real store for one benchmark, with its trace log in the benchmarks' own directory.
+/// The real store for one benchmark, with its trace log in the benchmarks' own directory. It is not started: no thread
+/// of its own runs beside what is measured, and it has no peers, as the bare program has none.
 class CBenchStore
 {
 public:
     /// The trace mask that a host has when it configures nothing.
     static constexpr std::uint32_t cDefaultMask = 3;
 
-    /// Starts a store with one component that updates calls.
+    /// Makes a store with one component that updates calls.
     CBenchStore();
 
     CCDSAPI& operator*() const { return *m_pStore; }
