@@ -276,7 +276,7 @@ private:
     CDSNetProxyCallbackImpl m_callback; // lives as long as the proxy, so that no query finds it gone
     std::string m_sRegID;               // written while no callback of the store can run
     std::string m_sIPAddr;
-    std::uint32_t m_dwIPAddr = 0;
+    std::atomic<std::uint32_t> m_dwIPAddr = 0;
 
     CPCritSec m_csCalls; // guards the next two
     CClientCallTable m_clientCalls CDS_GUARDED_BY(m_csCalls);

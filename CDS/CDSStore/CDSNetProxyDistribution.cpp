@@ -82,8 +82,9 @@ long CCDSNetProxy::remCallDataDistribution(bool bClient, const std::string& sCal
 long CCDSNetProxy::remCallDataDistribution(bool bClient, unsigned long ulIPAddr)
 {
     CCDSLogging::logWarning("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x%08X", cdsCode(ulIPAddr));
+    CDistributionTable::CEntries removed; // many records, which go outside the lock
     const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-    m_distributions.removeOfPeer(bClient, static_cast<std::uint32_t>(ulIPAddr));
+    m_distributions.removeOfPeer(bClient, static_cast<std::uint32_t>(ulIPAddr), &removed);
     return 0;
 }
 
@@ -203,7 +204,14 @@ long CCDSNetProxy::registerClient(const std::string& sRegID, const std::string& 
 
 long CCDSNetProxy::unregisterClient(const std::string& sRegID)
 {
-    return m_pCDSAPI->Unregister(sRegID);
+    try
+    {
+        return m_pCDSAPI->Unregister(sRegID);
+    }
+    catch (...) // by a registrant that hears of it; the registration is gone all the same
+    {
+        return E_FAIL;
+    }
 }
 
 long CCDSNetProxy::unregisterClients(unsigned long ulIPAddr)
@@ -216,7 +224,7 @@ long CCDSNetProxy::unregisterClients(unsigned long ulIPAddr)
     }
     long lResult = 0;
     for (const std::string& sRegID : vecRegIDs) // the store calls back, so no lock is held
-        lResult = m_pCDSAPI->Unregister(sRegID);
+        lResult = unregisterClient(sRegID);
     return lResult;
 }
 

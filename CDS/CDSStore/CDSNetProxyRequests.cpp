@@ -103,7 +103,7 @@ long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const
     CCDSLogging::logWarning("-- request ccbr_registration - register");
     if (const std::string sOldRegID = peerRegistrationID(sCallID, work.m_dwPeer);
         !sOldRegID.empty() && sOldRegID != sRegID)
-        m_resync.registrationReplaced(sOldRegID, work.m_dwPeer);
+        m_resync.registrationReplaced(sCallID, sOldRegID, work.m_dwPeer);
     long lResult = addCallDataDistribution(false, sCallID, sRegID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, addCallDataDistribution, work - 0x%08X", uWork);
     if (lResult < 0)
@@ -117,13 +117,16 @@ long CCDSNetProxy::unregisterPeer(CCDSWork& work, const std::string& sRegID, con
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - unregister");
+    // Local registrants have their IDs in the same table: a peer speaks for its own alone.
+    const bool bOwn =
+        peerRegistrationID(sCallID, work.m_dwPeer) == sRegID || m_resync.isReplaced(sCallID, sRegID, work.m_dwPeer);
     long lResult = remCallDataDistribution(false, sCallID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, remCallDataDistribution, work - 0x%08X", uWork);
     if (lResult >= 0)
     {
-        lResult = unregisterClient(sRegID);
+        lResult = bOwn ? unregisterClient(sRegID) : E_CDS_NOTFOUND;
         CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
     }
-    m_resync.entryRemoved(sCallID, work.m_dwPeer);
+    m_resync.unregistered(sCallID, sRegID, work.m_dwPeer);
     return lResult;
 }

@@ -155,13 +155,12 @@ CDistributionTable::CEntry CDistributionTable::remove(bool bClient, const std::s
     return nullptr;
 }
 
-void CDistributionTable::removeOfPeer(bool bClient, std::uint32_t dwPeer) noexcept
+void CDistributionTable::removeOfPeer(bool bClient, std::uint32_t dwPeer, CEntries* pRemoved) noexcept
 {
     auto it = m_mapPeers.lower_bound({bClient, dwPeer, std::string_view(), 0});
     while (it != m_mapPeers.end() && it->second->m_bClient == bClient && it->second->m_dwPeer == dwPeer)
     {
-        const CEntry pEntry = it->second; // the keys are its own
-        m_mapEntries.erase({pEntry->m_sCallID, pEntry->m_ullSequence});
+        pRemoved->insert(m_mapEntries.extract({it->second->m_sCallID, it->second->m_ullSequence}));
         it = m_mapPeers.erase(it);
     }
 }

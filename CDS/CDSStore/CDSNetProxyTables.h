@@ -94,6 +94,7 @@ class CDistributionTable
 public:
     using CEntry = std::shared_ptr<CCalldataDistribution>;
     using CKey = std::pair<std::string_view, std::uint64_t>; // call ID (the entry's own), sequence
+    using CEntries = std::map<CKey, CEntry>;
 
     /// The first of a call for a peer, whatever its client flag; null when there is none.
     CEntry find(const std::string& sCallID, std::uint32_t dwPeer) const;
@@ -103,8 +104,9 @@ public:
     void add(const CEntry& pEntry);
     /// The first of a call with this flag and peer, taken out; null when there is none.
     CEntry remove(bool bClient, const std::string& sCallID, std::uint32_t dwPeer) noexcept;
-    void removeOfPeer(bool bClient, std::uint32_t dwPeer) noexcept;
-    const std::map<CKey, CEntry>& all() const noexcept { return m_mapEntries; }
+    /// @param pRemoved  takes the entries
+    void removeOfPeer(bool bClient, std::uint32_t dwPeer, CEntries* pRemoved) noexcept;
+    const CEntries& all() const noexcept { return m_mapEntries; }
     void clear() noexcept;
 
 private:
@@ -112,7 +114,7 @@ private:
 
     static CPeerKey peerKeyOf(const CCalldataDistribution& entry);
 
-    std::map<CKey, CEntry> m_mapEntries;
+    CEntries m_mapEntries;
     std::map<CPeerKey, CEntry> m_mapPeers;
     std::uint64_t m_ullNextSequence = 0;
 };

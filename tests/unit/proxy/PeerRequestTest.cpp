@@ -145,6 +145,37 @@ TEST_F(PeerRequestTest, AnUnregistrationOfAnUnknownIDIsTold)
     EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
 }
 
+TEST_F(PeerRequestTest, AnUnregistrationOfAnotherPartysIDIsToldAndNotMade)
+{
+    m_server.registers("ann", "sip:1", m_server.address());
+    asks(registrationRequest("third's id", "10.0.0.1", "sip:1"), "10.0.0.3");
+    for (const char* const pszRegID : {"ann", "third's id"})
+    {
+        CFakeLog::clear();
+        asks(registrationRequest(pszRegID, "10.0.0.1", "sip:1", false));
+        EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
+        EXPECT_EQ(m_server.unregisters(pszRegID), 0) << "it stood";
+    }
+}
+
+TEST_F(PeerRequestTest, AReplacedRegistrationGoesWithItsEntry)
+{
+    for (const char* const pszRegID : {"first id", "second id", "third id"})
+        asks(registrationRequest(pszRegID, "10.0.0.1", "sip:1"));
+    asks(registrationRequest("third id", "10.0.0.1", "sip:1", false));
+    EXPECT_THAT(m_server.unregisters("first id"), FailsWith(E_CDS_NOTFOUND));
+}
+
+TEST_F(PeerRequestTest, AReplacedRegistrationIsStillItsPeersOwn)
+{
+    asks(registrationRequest("first id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("second id", "10.0.0.1", "sip:1"));
+    CFakeLog::clear();
+    asks(registrationRequest("first id", "10.0.0.1", "sip:1", false));
+    EXPECT_FALSE(CFakeLog::contains("(Error)"));
+    EXPECT_THAT(m_server.unregisters("first id"), FailsWith(E_CDS_NOTFOUND));
+}
+
 TEST_F(PeerRequestTest, CallDataReachesTheRegistrants)
 {
     m_server.registers("ann", "sip:1", "10.0.0.2");
