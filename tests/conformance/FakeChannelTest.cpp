@@ -77,7 +77,10 @@ TEST_F(FakeChannelTest, AnOverdueAnswerOnASoundLinkIsFollowedByANewConnection)
     ASSERT_GE(one.send(1, two, "no time given", 0), 0);
     const auto optRequest = two.requests.next();
     ASSERT_TRUE(optRequest && optRequest->isRequest());
-    m_world.passTime(cLongestExchangeMs);
+    m_world.passTime(cLongestExchangeMs - 1);
+    ASSERT_TRUE(CFakeChannels::awaitReceivers());
+    EXPECT_TRUE(one.responses.empty());
+    m_world.passTime(1);
     EXPECT_EQ(codeOf(one.responses.next()), CFakeChannels::cTimedOut);
     EXPECT_EQ(two.requests.nextCode(), CMLIB_SERVER_DISCONNECTED);
     EXPECT_EQ(two.requests.nextCode(), CMLIB_SERVER_CONNECTED);
@@ -117,6 +120,32 @@ TEST_F(FakeChannelTest, WhatIsHeldUpForAServerThatStopsIsDropped)
     two.start();
     CFakeChannels::holdRequests(cTwo, false);
     EXPECT_EQ(two.requests.nextCode(), CMLIB_SERVER_CONNECTED) << "nothing of the life before";
+}
+
+TEST_F(FakeChannelTest, AStoppedChannelRefusesAlsoWithoutTheNetworkAndForgetsWhatWasNotTaken)
+{
+    CFakeChannels::setNetwork(false);
+    const auto pServer = m_world.make(cmlib_mode_server);
+    ASSERT_EQ(m_world.initialize(pServer.get(), 1), 0);
+    const auto send = [&] { return pServer->sendRequest(1, m_world.address(2), 0, "x", 1, 0, 30); };
+    const auto answer = [&] { return pServer->sendResponse(m_world.address(2), 1, 2, "x", 1, 0); };
+    EXPECT_GE(send(), 0);
+    EXPECT_GE(answer(), 0);
+    CFakeChannels::request(cTwo, "before");
+    EXPECT_EQ(pServer->uninitialize(), 0);
+    EXPECT_EQ(static_cast<std::uint32_t>(send()), CFakeChannels::cStopped);
+    EXPECT_EQ(static_cast<std::uint32_t>(answer()), CFakeChannels::cStopped);
+
+    ASSERT_EQ(pServer->initialize(), 0);
+    CFakeChannels::request(cTwo, "after");
+    unsigned long ulPeer = 0;
+    unsigned long ulOne = 0;
+    unsigned long ulTwo = 0;
+    char* pBuffer = nullptr;
+    unsigned long ulSize = 0;
+    ASSERT_EQ(pServer->receiveRequest(&ulPeer, &ulOne, &ulTwo, &pBuffer, &ulSize), 0);
+    const std::unique_ptr<char[]> pOwned(pBuffer);
+    EXPECT_STREQ(pBuffer, "after");
 }
 
 } // namespace
