@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-/// How the fake events wait on the fake clock. For the fakes only.
+/// How the fake events wait on the fake clock, and the fake network follows it. For the fakes only.
 ///
 /// One mutex guards the clock and all events, so that "set", "time is up" and "who waits" have one order.
 class CClockWaits
@@ -20,4 +20,7 @@ public:
     ///
     /// @return false when nobody waits for it
     static bool release(const void* pEvent);
+
+    /// Has this called whenever the test or a sleep has moved the ticks, without mutex() being held.
+    static void afterMove(void (*pfnMoved)());
 };

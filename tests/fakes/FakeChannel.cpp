@@ -1,20 +1,26 @@
 #include "FakeChannel.h"
 
 #include "AllocationPause.h"
+#include "ClockWaits.h"
 #include "FakeChannelState.h"
 #include "FakeClock.h"
 #include "KRException.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace {
 
 /// Real time that only a hanging test reaches.
 constexpr std::chrono::seconds cHangLimit(30);
+
+/// The seconds that an exchange may take at the most, whatever was asked for.
+constexpr unsigned long cLongestExchange = 30;
 
 long asResult(std::uint32_t dwCode)
 {
@@ -24,7 +30,7 @@ long asResult(std::uint32_t dwCode)
 template <class TAction> auto locked(TAction action)
 {
     const CAllocationPause pause;
-    CChannelWorld& world = channelWorld();
+    CFakeChannelWorld& world = channelWorld();
     const std::lock_guard lock(world.mtx);
     return action(world);
 }
@@ -34,7 +40,7 @@ const char* nameOf(const CFakeChannel& channel)
     return channel.bServer ? "server" : "client";
 }
 
-bool idle(const CChannelWorld& world)
+bool idle(const CFakeChannelWorld& world)
 {
     const auto taken = [](const CStream& stream) { return stream.deqDeliveries.empty() && stream.uWaiting > 0; };
     return std::all_of(world.lstChannels.begin(), world.lstChannels.end(), [&](const auto& pChannel) {
@@ -46,7 +52,7 @@ bool idle(const CChannelWorld& world)
 long receive(CFakeChannel& channel, CStream& stream, bool bResponse, unsigned long* pulPeer, unsigned long* pulContext1,
              unsigned long* pulContext2, char** ppBuffer, unsigned long* pulSize)
 {
-    CChannelWorld& world = channelWorld();
+    CFakeChannelWorld& world = channelWorld();
     std::unique_lock lock(world.mtx);
     world.vecPresets.push_back({channel.bServer, bResponse, *pulPeer, *pulContext1,
                                 pulContext2 != nullptr ? *pulContext2 : 0, *ppBuffer == nullptr, *pulSize});
@@ -75,6 +81,16 @@ long receive(CFakeChannel& channel, CStream& stream, bool bResponse, unsigned lo
     return asResult(delivery.dwResult);
 }
 
+/// Whether, or why not, a server's clock can be asked.
+std::uint32_t clockResult(CFakeChannelWorld& world, const CFakeChannel& channel, const std::string& sPeer)
+{
+    if (!channel.bRunning)
+        return CFakeChannels::cStopped;
+    if (const auto it = world.mapClocks.find(sPeer); it != world.mapClocks.end())
+        return it->second.dwResult;
+    return !world.bNetwork || networkReaches(world, channel.sOwner, sPeer) ? 0 : CFakeChannels::cNoClock;
+}
+
 std::optional<std::string> optional(const std::string* psBytes)
 {
     return psBytes != nullptr ? std::optional(*psBytes) : std::nullopt;
@@ -82,14 +98,17 @@ std::optional<std::string> optional(const std::string* psBytes)
 
 } // namespace
 
-CChannelWorld& channelWorld()
+CFakeChannelWorld& channelWorld()
 {
     const CAllocationPause pause;
-    static CChannelWorld* const pWorld = new CChannelWorld;
+    static CFakeChannelWorld* const pWorld = [] {
+        CClockWaits::afterMove(networkTimePassed);
+        return new CFakeChannelWorld;
+    }();
     return *pWorld;
 }
 
-CFakeChannel* findChannel(CChannelWorld& world, const std::string& sOwner, bool bServer)
+CFakeChannel* findChannel(CFakeChannelWorld& world, const std::string& sOwner, bool bServer)
 {
     for (const auto& pChannel : world.lstChannels)
         if (pChannel->bRunning && pChannel->bServer == bServer && pChannel->sOwner == sOwner)
@@ -97,7 +116,7 @@ CFakeChannel* findChannel(CChannelWorld& world, const std::string& sOwner, bool 
     return nullptr;
 }
 
-void deliver(CChannelWorld& world, const std::string& sOwner, bool bServer, bool bResponse, CDelivery delivery)
+void deliver(CFakeChannelWorld& world, const std::string& sOwner, bool bServer, bool bResponse, CDelivery delivery)
 {
     CFakeChannel* const pChannel = findChannel(world, sOwner, bServer);
     if (pChannel == nullptr)
@@ -118,9 +137,12 @@ CCMLibraryX::CCMLibraryX(const std::string& sChannelID, const std::string& sServ
     const CAllocationPause pause;
     channelWorld().construction.enter();
     m_pState = new CState;
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         m_pState->pChannel =
-            std::make_shared<CFakeChannel>(CFakeChannel{.sOwner = world.sMaker, .bServer = eMode == cmlib_mode_server});
+            std::make_shared<CFakeChannel>(CFakeChannel{.sOwner = world.sMaker,
+                                                        .bServer = eMode == cmlib_mode_server,
+                                                        .ulTimeout = std::clamp(ulTimeout, 1UL, cLongestExchange),
+                                                        .pChannel = this});
         world.lstChannels.push_back(m_pState->pChannel);
         world.vecCreations.push_back(
             {world.sMaker, sChannelID, sService, sPeerChannelID, ulTimeout, nRole, ulCount, eMode});
@@ -131,7 +153,7 @@ CCMLibraryX::CCMLibraryX(const std::string& sChannelID, const std::string& sServ
 CCMLibraryX::~CCMLibraryX()
 {
     const CAllocationPause pause;
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         world.vecLifeCycle.push_back(std::string(nameOf(*m_pState->pChannel)) + " delete");
         if (m_pState->pChannel->uInside != 0)
         {
@@ -139,30 +161,34 @@ CCMLibraryX::~CCMLibraryX()
             std::abort();
         }
         world.lstChannels.remove(m_pState->pChannel);
+        if (world.bNetwork && m_pState->pChannel->bRunning)
+            networkStopped(world, *m_pState->pChannel);
     });
     delete m_pState;
 }
 
 long CCMLibraryX::initialize()
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
         world.vecLifeCycle.push_back(std::string(nameOf(*m_pState->pChannel)) + " initialize");
         if (world.optInitialize && world.optInitialize->first-- == 0)
             return std::exchange(world.optInitialize, std::nullopt)->second;
         m_pState->pChannel->bRunning = true;
-        if (world.bNetwork && m_pState->pChannel->bServer)
-            networkStarted(world, m_pState->pChannel->sOwner);
+        if (world.bNetwork)
+            networkStarted(world, *m_pState->pChannel);
         return 0L;
     });
 }
 
 long CCMLibraryX::uninitialize()
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
         world.vecLifeCycle.push_back(std::string(nameOf(*m_pState->pChannel)) + " uninitialize");
         m_pState->pChannel->bRunning = false;
         if (world.bNetwork)
-            networkStopped(world, m_pState->pChannel->sOwner);
+            networkStopped(world, *m_pState->pChannel);
+        m_pState->pChannel->requests.deqDeliveries.clear();
+        m_pState->pChannel->responses.deqDeliveries.clear();
         world.cv.notify_all();
         return 0L;
     });
@@ -175,18 +201,24 @@ long CCMLibraryX::sendRequest(unsigned long ulRequestID, unsigned long ulPeer, u
     const CAllocationPause pause;
     CFakeChannels::CSent sent{m_pState->pChannel->sOwner,     ulRequestID, ulPeer,    ulReserved,
                               std::string(pBuffer, ulLength), ulFlags,     ulTimeout, 0};
-    const auto fnDuring = locked([](CChannelWorld& world) { return world.fnDuring; });
+    const auto fnDuring = locked([](CFakeChannelWorld& world) { return world.fnDuring; });
     if (fnDuring)
         fnDuring(sent);
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
+        const CFakeChannel& channel = *m_pState->pChannel;
         std::uint32_t dwResult = world.dwSendResult;
-        if (!world.deqSendResults.empty())
+        if (!channel.bRunning)
+            dwResult = CFakeChannels::cStopped;
+        else if (ulLength > CFakeChannels::cLargestMessage)
+            dwResult = CFakeChannels::cTooLarge;
+        else if (!world.deqSendResults.empty())
         {
             dwResult = world.deqSendResults.front();
             world.deqSendResults.pop_front();
         }
         if (world.bNetwork && dwResult == 0)
-            dwResult = networkSend(world, sent);
+            dwResult =
+                networkSend(world, sent, ulTimeout == 0 ? channel.ulTimeout : std::min(ulTimeout, channel.ulTimeout));
         sent.lResult = asResult(dwResult);
         world.vecSent.push_back(sent);
         return sent.lResult;
@@ -212,7 +244,11 @@ long CCMLibraryX::receiveRequest(unsigned long* pulPeer, unsigned long* pulConte
 long CCMLibraryX::sendResponse(unsigned long ulPeer, unsigned long ulContext1, unsigned long ulContext2,
                                const char* pBuffer, unsigned long ulLength, unsigned long ulFlags)
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
+        if (!m_pState->pChannel->bRunning)
+            return asResult(CFakeChannels::cStopped);
+        if (ulLength > CFakeChannels::cLargestMessage)
+            return asResult(CFakeChannels::cTooLarge);
         const CFakeChannels::CAnswer answer{m_pState->pChannel->sOwner,     ulPeer, ulContext1, ulContext2,
                                             std::string(pBuffer, ulLength), ulFlags};
         world.vecAnswers.push_back(answer);
@@ -224,12 +260,13 @@ long CCMLibraryX::sendResponse(unsigned long ulPeer, unsigned long ulContext1, u
 
 long CCMLibraryX::getServerTimestamp(unsigned long ulPeer, unsigned long long* pullTimestamp)
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
         const std::string sPeer = CFakeChannels::addressText(ulPeer);
         world.vecTimeQueries.push_back(sPeer);
+        const std::uint32_t dwResult = clockResult(world, *m_pState->pChannel, sPeer);
+        if (dwResult != 0)
+            return asResult(dwResult);
         const auto it = world.mapClocks.find(sPeer);
-        if (it != world.mapClocks.end() && it->second.dwResult != 0)
-            return asResult(it->second.dwResult);
         *pullTimestamp =
             it != world.mapClocks.end() && it->second.optTimestamp ? *it->second.optTimestamp : CFakeClock::fileTime();
         return 0L;
@@ -238,10 +275,10 @@ long CCMLibraryX::getServerTimestamp(unsigned long ulPeer, unsigned long long* p
 
 long CCMLibraryX::getServerTickCount(unsigned long ulPeer, unsigned long* pulTickCount)
 {
-    return locked([&](CChannelWorld& world) {
-        const auto it = world.mapClocks.find(CFakeChannels::addressText(ulPeer));
-        if (it != world.mapClocks.end() && it->second.dwResult != 0)
-            return asResult(it->second.dwResult);
+    return locked([&](CFakeChannelWorld& world) {
+        const std::uint32_t dwResult = clockResult(world, *m_pState->pChannel, CFakeChannels::addressText(ulPeer));
+        if (dwResult != 0)
+            return asResult(dwResult);
         *pulTickCount = static_cast<unsigned long>(CFakeClock::ticks() & 0xFFFFFFFFULL);
         return 0L;
     });
@@ -259,18 +296,27 @@ unsigned long CCMLibraryX::stringToIpAddr(const std::string& sAddr)
 
 void CCMLibraryX::dump()
 {
-    locked([](CChannelWorld& world) { ++world.uDumps; });
+    locked([](CFakeChannelWorld& world) { ++world.uDumps; });
 }
 
 unsigned long CFakeChannels::address(const std::string& sAddress)
 {
-    unsigned int a = 0;
-    unsigned int b = 0;
-    unsigned int c = 0;
-    unsigned int d = 0;
-    if (std::sscanf(sAddress.c_str(), "%3u.%3u.%3u.%3u", &a, &b, &c, &d) != 4)
-        return 0;
-    return (static_cast<unsigned long>(a) << 24U) | (b << 16U) | (c << 8U) | d;
+    // Leading zeros pass, so that one address has several texts, and a test can see which one was kept.
+    unsigned long ulAddress = 0;
+    const char* p = sAddress.data();
+    const char* const pEnd = p + sAddress.size();
+    for (int nPart = 0; nPart < 4; ++nPart)
+    {
+        if (nPart != 0 && (p == pEnd || *p++ != '.'))
+            return 0;
+        std::uint8_t uPart = 0;
+        const auto [pNext, error] = std::from_chars(p, pEnd, uPart);
+        if (error != std::errc() || pNext - p > 3)
+            return 0;
+        ulAddress = (ulAddress << 8U) | uPart;
+        p = pNext;
+    }
+    return p == pEnd ? ulAddress : 0;
 }
 
 std::string CFakeChannels::addressText(unsigned long ulAddress)
@@ -286,22 +332,31 @@ std::string CFakeChannels::addressText(unsigned long ulAddress)
 
 void CFakeChannels::setMaker(const std::string& sAddress)
 {
-    locked([&](CChannelWorld& world) { world.sMaker = sAddress; });
+    locked([&](CFakeChannelWorld& world) { world.sMaker = sAddress; });
+}
+
+void CFakeChannels::setOwner(const CCMLibraryX& channel, const std::string& sAddress)
+{
+    locked([&](CFakeChannelWorld& world) {
+        for (const auto& pChannel : world.lstChannels)
+            if (pChannel->pChannel == &channel)
+                pChannel->sOwner = sAddress;
+    });
 }
 
 std::vector<CFakeChannels::CCreation> CFakeChannels::creations()
 {
-    return locked([](CChannelWorld& world) { return world.vecCreations; });
+    return locked([](CFakeChannelWorld& world) { return world.vecCreations; });
 }
 
 std::size_t CFakeChannels::alive()
 {
-    return locked([](CChannelWorld& world) { return world.lstChannels.size(); });
+    return locked([](CFakeChannelWorld& world) { return world.lstChannels.size(); });
 }
 
 std::vector<std::string> CFakeChannels::lifeCycle()
 {
-    return locked([](CChannelWorld& world) { return world.vecLifeCycle; });
+    return locked([](CFakeChannelWorld& world) { return world.vecLifeCycle; });
 }
 
 void CFakeChannels::failNextCreation(long lCode, std::size_t uSkip, const char* pszSource, int nLine)
@@ -312,13 +367,13 @@ void CFakeChannels::failNextCreation(long lCode, std::size_t uSkip, const char* 
 
 void CFakeChannels::failNextInitialize(long lResult, std::size_t uSkip)
 {
-    locked([&](CChannelWorld& world) { world.optInitialize = std::pair(uSkip, lResult); });
+    locked([&](CFakeChannelWorld& world) { world.optInitialize = std::pair(uSkip, lResult); });
 }
 
 void CFakeChannels::request(const std::string& sPeer, const std::string& sText, unsigned long ulContext1,
                             unsigned long ulContext2, const std::string& sOwner)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         deliver(world, sOwner, true, false,
                 {0, address(sPeer), ulContext1, ulContext2, std::string(sText.c_str(), sText.size() + 1)});
     });
@@ -327,7 +382,7 @@ void CFakeChannels::request(const std::string& sPeer, const std::string& sText, 
 void CFakeChannels::serverReceives(std::uint32_t dwResult, const std::string& sPeer, const std::string* psBytes,
                                    const std::string& sOwner)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         deliver(world, sOwner, true, false,
                 {.dwResult = dwResult, .ulPeer = address(sPeer), .optBytes = optional(psBytes)});
     });
@@ -336,7 +391,7 @@ void CFakeChannels::serverReceives(std::uint32_t dwResult, const std::string& sP
 void CFakeChannels::clientReceives(std::uint32_t dwResult, const std::string& sPeer, const std::string* psBytes,
                                    const std::string& sOwner)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         deliver(world, sOwner, false, false,
                 {.dwResult = dwResult, .ulPeer = address(sPeer), .optBytes = optional(psBytes)});
     });
@@ -345,7 +400,7 @@ void CFakeChannels::clientReceives(std::uint32_t dwResult, const std::string& sP
 void CFakeChannels::response(unsigned long ulRequestID, std::uint32_t dwResult, const std::string* psBytes,
                              const std::string& sPeer, const std::string& sOwner)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         deliver(world, sOwner, false, true, {dwResult, address(sPeer), ulRequestID, 0, optional(psBytes)});
     });
 }
@@ -358,12 +413,12 @@ void CFakeChannels::confirm(unsigned long ulRequestID, const std::string& sOwner
 
 std::vector<CFakeChannels::CPreset> CFakeChannels::presets()
 {
-    return locked([](CChannelWorld& world) { return world.vecPresets; });
+    return locked([](CFakeChannelWorld& world) { return world.vecPresets; });
 }
 
 std::vector<CFakeChannels::CSent> CFakeChannels::sent(const std::string& sOwner)
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
         std::vector<CSent> vecSent;
         std::copy_if(world.vecSent.begin(), world.vecSent.end(), std::back_inserter(vecSent),
                      [&](const CSent& one) { return one.sOwner == sOwner; });
@@ -382,7 +437,7 @@ std::vector<std::string> CFakeChannels::sentTexts(const std::string& sOwner)
 
 std::vector<CFakeChannels::CAnswer> CFakeChannels::answers(const std::string& sOwner)
 {
-    return locked([&](CChannelWorld& world) {
+    return locked([&](CFakeChannelWorld& world) {
         std::vector<CAnswer> vecAnswers;
         std::copy_if(world.vecAnswers.begin(), world.vecAnswers.end(), std::back_inserter(vecAnswers),
                      [&](const CAnswer& one) { return one.sOwner == sOwner; });
@@ -392,7 +447,7 @@ std::vector<CFakeChannels::CAnswer> CFakeChannels::answers(const std::string& sO
 
 void CFakeChannels::forgetTraffic()
 {
-    locked([](CChannelWorld& world) {
+    locked([](CFakeChannelWorld& world) {
         world.vecSent.clear();
         world.vecAnswers.clear();
         world.uNetworkBytes = 0;
@@ -401,64 +456,64 @@ void CFakeChannels::forgetTraffic()
 
 void CFakeChannels::scriptSends(std::vector<std::uint32_t> vecResults)
 {
-    locked([&](CChannelWorld& world) { world.deqSendResults.assign(vecResults.begin(), vecResults.end()); });
+    locked([&](CFakeChannelWorld& world) { world.deqSendResults.assign(vecResults.begin(), vecResults.end()); });
 }
 
 void CFakeChannels::setSendResult(std::uint32_t dwResult)
 {
-    locked([&](CChannelWorld& world) { world.dwSendResult = dwResult; });
+    locked([&](CFakeChannelWorld& world) { world.dwSendResult = dwResult; });
 }
 
 void CFakeChannels::setAnswerResult(std::uint32_t dwResult)
 {
-    locked([&](CChannelWorld& world) { world.dwAnswerResult = dwResult; });
+    locked([&](CFakeChannelWorld& world) { world.dwAnswerResult = dwResult; });
 }
 
 void CFakeChannels::whileSending(std::function<void(const CSent&)> fnDuring)
 {
-    locked([&](CChannelWorld& world) { world.fnDuring = std::move(fnDuring); });
+    locked([&](CFakeChannelWorld& world) { world.fnDuring = std::move(fnDuring); });
 }
 
 void CFakeChannels::setPeerTime(const std::string& sPeer, unsigned long long ullTimestamp)
 {
-    locked([&](CChannelWorld& world) { world.mapClocks[sPeer] = {ullTimestamp, 0}; });
+    locked([&](CFakeChannelWorld& world) { world.mapClocks[sPeer] = {ullTimestamp, 0}; });
 }
 
 void CFakeChannels::failPeerTime(const std::string& sPeer, std::uint32_t dwResult)
 {
-    locked([&](CChannelWorld& world) { world.mapClocks[sPeer].dwResult = dwResult; });
+    locked([&](CFakeChannelWorld& world) { world.mapClocks[sPeer].dwResult = dwResult; });
 }
 
 std::vector<std::string> CFakeChannels::timeQueries()
 {
-    return locked([](CChannelWorld& world) { return world.vecTimeQueries; });
+    return locked([](CFakeChannelWorld& world) { return world.vecTimeQueries; });
 }
 
 std::size_t CFakeChannels::dumps()
 {
-    return locked([](CChannelWorld& world) { return world.uDumps; });
+    return locked([](CFakeChannelWorld& world) { return world.uDumps; });
 }
 
 bool CFakeChannels::awaitReceivers()
 {
-    CChannelWorld& world = channelWorld();
+    CFakeChannelWorld& world = channelWorld();
     std::unique_lock lock(world.mtx);
     return world.cv.wait_for(lock, cHangLimit, [&] { return idle(world); });
 }
 
 bool CFakeChannels::receiversIdle()
 {
-    return locked([](CChannelWorld& world) { return idle(world); });
+    return locked([](CFakeChannelWorld& world) { return idle(world); });
 }
 
 std::size_t CFakeChannels::activity()
 {
-    return locked([](CChannelWorld& world) { return world.uActivity; });
+    return locked([](CFakeChannelWorld& world) { return world.uActivity; });
 }
 
 void CFakeChannels::reset()
 {
-    locked([](CChannelWorld& world) {
+    locked([](CFakeChannelWorld& world) {
         world.construction.reset();
         world.sMaker = cHere;
         world.vecCreations.clear();

@@ -11,7 +11,8 @@
 ///
 /// A server is named by its address; its two channels are those that are made while it is the maker. With the network
 /// switched on, the channels of all servers are connected with each other inside the process, as the channel's contract
-/// says: in order, with events between requests, each accepted request ending exactly once.
+/// says: in order, with events between requests, each accepted request ending exactly once. Exchanges run out on the
+/// fake clock, when the test moves it.
 ///
 /// Threads    every operation may be called from any thread.
 /// Units      addresses are IPv4 as 32-bit numbers; bytes are given and kept with their terminating zero byte.
@@ -23,6 +24,15 @@ public:
     /// What sendRequest returns when the peer is known to be down, and how an exchange ends whose connection is lost.
     static constexpr std::uint32_t cPeerDown = 0xC1200DC8U;
     static constexpr std::uint32_t cConnectionLost = 0xC1200DC9U;
+    /// How an exchange ends that is not answered in time.
+    static constexpr std::uint32_t cTimedOut = 0xC1200DCAU;
+    /// What a channel returns that is not running.
+    static constexpr std::uint32_t cStopped = 0xC1200DCBU;
+    /// What a message beyond the largest gets, and the largest that passes.
+    static constexpr std::uint32_t cTooLarge = 0xC1200DCCU;
+    static constexpr std::size_t cLargestMessage = 4U << 20U;
+    /// What the clock of a server that the network does not reach gives.
+    static constexpr std::uint32_t cNoClock = 0xC1200DCDU;
 
     /// Arguments of a construction.
     struct CCreation
@@ -75,6 +85,8 @@ public:
 
     /// Whose channels are made from now on.
     static void setMaker(const std::string& sAddress);
+    /// Makes a channel that is not running another server's.
+    static void setOwner(const CCMLibraryX& channel, const std::string& sAddress);
 
     // The channels' lives.
     static std::vector<CCreation> creations();
@@ -126,7 +138,7 @@ public:
     static void setNetwork(bool bOn);
     /// Takes the connections between two servers down at once; sends fail until the link is restored.
     static void cutLink(const std::string& sOne, const std::string& sOther);
-    /// Swallows what is sent between two servers from now on; cutLink is when they notice.
+    /// Swallows what is sent between two servers from now on. They notice with cutLink, or when an answer is overdue.
     static void silenceLink(const std::string& sOne, const std::string& sOther);
     static void restoreLink(const std::string& sOne, const std::string& sOther);
     /// Keeps the responses that are for this server's requests back, and lets them go in order.

@@ -36,18 +36,20 @@ struct CFakeChannel
 {
     std::string sOwner;
     bool bServer = false;
+    unsigned long ulTimeout = 0;
+    const CCMLibraryX* pChannel = nullptr;
     bool bRunning = false;
     CStream requests{};
     CStream responses{};
     std::size_t uInside = 0; // threads in a receive
 };
 
-/// The network's view of one direction between two servers: from the first's client channel to the second's server
-/// channel.
+/// The network's view of two servers. One connection carries the requests of both.
 struct CConnection
 {
     bool bUp = false;
     unsigned long ulEpoch = 0;
+    std::set<std::string> setWanting{}; // who of them connects again when it can
 };
 
 struct CExchange
@@ -56,6 +58,7 @@ struct CExchange
     std::string sTo;
     unsigned long ulRequestID = 0;
     unsigned long ulEpoch = 0;
+    unsigned long long ullDeadline = 0; // in ticks
 };
 
 struct CPeerClock
@@ -64,9 +67,9 @@ struct CPeerClock
     std::uint32_t dwResult = 0;
 };
 
-using CLink = std::pair<std::string, std::string>; // of a connection: from, to; of a link: the lesser first
+using CLink = std::pair<std::string, std::string>; // the lesser first
 
-struct CChannelWorld
+struct CFakeChannelWorld
 {
     std::mutex mtx;
     std::condition_variable cv;
@@ -100,14 +103,16 @@ struct CChannelWorld
     std::size_t uNetworkBytes = 0;
 };
 
-CChannelWorld& channelWorld();
+CFakeChannelWorld& channelWorld();
 
 /// The running channel of a server, or null. The caller holds the world's mutex, here and below.
-CFakeChannel* findChannel(CChannelWorld& world, const std::string& sOwner, bool bServer);
-void deliver(CChannelWorld& world, const std::string& sOwner, bool bServer, bool bResponse, CDelivery delivery);
+CFakeChannel* findChannel(CFakeChannelWorld& world, const std::string& sOwner, bool bServer);
+void deliver(CFakeChannelWorld& world, const std::string& sOwner, bool bServer, bool bResponse, CDelivery delivery);
 
 // What the network does when channels are used.
-std::uint32_t networkSend(CChannelWorld& world, const CFakeChannels::CSent& sent);
-std::uint32_t networkAnswer(CChannelWorld& world, const CFakeChannels::CAnswer& answer);
-void networkStarted(CChannelWorld& world, const std::string& sOwner);
-void networkStopped(CChannelWorld& world, const std::string& sOwner);
+std::uint32_t networkSend(CFakeChannelWorld& world, const CFakeChannels::CSent& sent, unsigned long ulTimeout);
+std::uint32_t networkAnswer(CFakeChannelWorld& world, const CFakeChannels::CAnswer& answer);
+bool networkReaches(CFakeChannelWorld& world, const std::string& sFrom, const std::string& sTo);
+void networkStarted(CFakeChannelWorld& world, const CFakeChannel& channel);
+void networkStopped(CFakeChannelWorld& world, const CFakeChannel& channel);
+void networkTimePassed(); // takes the world's mutex

@@ -46,6 +46,7 @@ struct CClockState
     std::size_t uSystemTimeReads = 0;
     bool bSleepAdvances = false;
     std::vector<unsigned long> vecSleeps;
+    void (*pfnMoved)() = nullptr;
 };
 
 /// Never destroyed: threads of a test may outlive the statics.
@@ -86,6 +87,12 @@ template <typename Action> auto locked(Action action)
     const std::lock_guard lock(clock.mtx);
     return action(clock);
 }
+
+void tellMoved()
+{
+    if (const auto pfnMoved = locked([](CClockState& clock) { return clock.pfnMoved; }))
+        pfnMoved();
+}
 } // namespace
 
 std::mutex& CClockWaits::mutex()
@@ -117,22 +124,30 @@ bool CClockWaits::release(const void* pEvent)
     return true;
 }
 
+void CClockWaits::afterMove(void (*pfnMoved)())
+{
+    locked([pfnMoved](CClockState& clock) { clock.pfnMoved = pfnMoved; });
+}
+
 void CFakeClock::advance(unsigned long long ullMs)
 {
     locked([ullMs](CClockState& clock) {
         clock.ullFileTime += ullMs * cFileTimePerMs;
         moveTicks(clock, clock.ullTicks + ullMs);
     });
+    tellMoved();
 }
 
 void CFakeClock::setTicks(unsigned long long ullTicks)
 {
     locked([ullTicks](CClockState& clock) { moveTicks(clock, ullTicks); });
+    tellMoved();
 }
 
 void CFakeClock::advanceTicks(unsigned long long ullMs)
 {
     locked([ullMs](CClockState& clock) { moveTicks(clock, clock.ullTicks + ullMs); });
+    tellMoved();
 }
 
 void CFakeClock::setFileTime(unsigned long long ullFileTime)
@@ -287,6 +302,7 @@ void CPortable::Sleep(unsigned long ulMs) noexcept
         clock.ullFileTime += ulMs * cFileTimePerMs;
         moveTicks(clock, clock.ullTicks + ulMs);
         lock.unlock();
+        tellMoved();
         std::this_thread::yield(); // somebody may be polling
         return;
     }

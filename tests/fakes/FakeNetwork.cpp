@@ -1,11 +1,13 @@
 // The network between fake channels.
 //
-// A connection leads from one server's client channel to another's server channel. It is made when the first request
-// is sent, or when a server that was wanted comes up; both ends get their events in the stream of requests. When it is
-// lost, so is the one that leads back: every exchange that is under way on either ends, and both ends get their events.
+// A connection joins two servers whose server channels run, and carries the requests of both. It is made when the first
+// request is sent, or when a server that was wanted comes up; all channels of both get their events, in the stream of
+// requests, a channel that starts later when it does. When the connection is lost, every exchange that is under way on
+// it ends, and all channels get their events again.
 
 #include "AllocationPause.h"
 #include "FakeChannelState.h"
+#include "FakeClock.h"
 
 #include <algorithm>
 
@@ -16,7 +18,7 @@ CLink linkOf(const std::string& sOne, const std::string& sOther)
     return std::minmax(sOne, sOther);
 }
 
-void deliverRequest(CChannelWorld& world, const std::string& sTo, CDelivery delivery)
+void deliverRequest(CFakeChannelWorld& world, const std::string& sTo, CDelivery delivery)
 {
     if (const auto it = world.mapHeldRequests.find(sTo); it != world.mapHeldRequests.end())
         it->second.push_back(std::move(delivery));
@@ -24,7 +26,7 @@ void deliverRequest(CChannelWorld& world, const std::string& sTo, CDelivery deli
         deliver(world, sTo, true, false, std::move(delivery));
 }
 
-void deliverResponse(CChannelWorld& world, const CExchange& exchange, std::uint32_t dwResult,
+void deliverResponse(CFakeChannelWorld& world, const CExchange& exchange, std::uint32_t dwResult,
                      std::optional<std::string> optBytes)
 {
     CDelivery delivery{dwResult, CFakeChannels::address(exchange.sTo), exchange.ulRequestID, 0, std::move(optBytes)};
@@ -34,66 +36,78 @@ void deliverResponse(CChannelWorld& world, const CExchange& exchange, std::uint3
         deliver(world, exchange.sFrom, false, true, std::move(delivery));
 }
 
+/// Tells both channels of a server, as far as they run.
+void announce(CFakeChannelWorld& world, const std::string& sTo, const std::string& sPeer, bool bUp)
+{
+    const unsigned long ulPeer = CFakeChannels::address(sPeer);
+    deliverRequest(world, sTo,
+                   {.dwResult = bUp ? CMLIB_SERVER_CONNECTED : CMLIB_SERVER_DISCONNECTED, .ulPeer = ulPeer});
+    deliver(world, sTo, false, false,
+            {.dwResult = bUp ? CMLIB_CLIENT_CONNECTED : CMLIB_CLIENT_DISCONNECTED, .ulPeer = ulPeer});
+}
+
 /// Makes the connection, if it can be made and does not stand yet.
 ///
 /// @return whether it stands
-bool connect(CChannelWorld& world, const std::string& sFrom, const std::string& sTo)
+bool connect(CFakeChannelWorld& world, const CLink& link)
 {
-    CConnection& connection = world.mapConnections[{sFrom, sTo}]; // wanted from now on
+    CConnection& connection = world.mapConnections[link];
     if (connection.bUp)
         return true;
-    if (world.setCut.contains(linkOf(sFrom, sTo)) || findChannel(world, sTo, true) == nullptr ||
-        findChannel(world, sFrom, false) == nullptr)
+    if (world.setCut.contains(link) || world.setSilent.contains(link) ||
+        findChannel(world, link.first, true) == nullptr || findChannel(world, link.second, true) == nullptr)
         return false;
     connection.bUp = true;
     ++connection.ulEpoch;
-    deliverRequest(world, sTo, {.dwResult = CMLIB_SERVER_CONNECTED, .ulPeer = CFakeChannels::address(sFrom)});
-    deliver(world, sFrom, false, false, {.dwResult = CMLIB_CLIENT_CONNECTED, .ulPeer = CFakeChannels::address(sTo)});
+    connection.setWanting = {link.first, link.second};
+    announce(world, link.first, link.second, true);
+    announce(world, link.second, link.first, true);
     return true;
 }
 
-void disconnectOneWay(CChannelWorld& world, const std::string& sFrom, const std::string& sTo)
+void disconnect(CFakeChannelWorld& world, const CLink& link)
 {
-    const auto it = world.mapConnections.find({sFrom, sTo});
-    if (it == world.mapConnections.end() || !it->second.bUp)
-        return;
-    it->second.bUp = false;
-    for (auto itExchange = world.mapExchanges.begin(); itExchange != world.mapExchanges.end();)
+    // Also without a connection there may be exchanges that wait for one.
+    for (auto it = world.mapExchanges.begin(); it != world.mapExchanges.end();)
     {
-        const CExchange exchange = itExchange->second;
-        if (exchange.sFrom != sFrom || exchange.sTo != sTo)
+        const CExchange exchange = it->second;
+        if (linkOf(exchange.sFrom, exchange.sTo) != link)
         {
-            ++itExchange;
+            ++it;
             continue;
         }
-        itExchange = world.mapExchanges.erase(itExchange);
+        it = world.mapExchanges.erase(it);
         deliverResponse(world, exchange, CFakeChannels::cConnectionLost, std::nullopt);
     }
-    deliver(world, sFrom, false, false, {.dwResult = CMLIB_CLIENT_DISCONNECTED, .ulPeer = CFakeChannels::address(sTo)});
-    deliverRequest(world, sTo, {.dwResult = CMLIB_SERVER_DISCONNECTED, .ulPeer = CFakeChannels::address(sFrom)});
+    CConnection& connection = world.mapConnections[link];
+    if (!connection.bUp)
+        return;
+    connection.bUp = false;
+    announce(world, link.first, link.second, false);
+    announce(world, link.second, link.first, false);
 }
 
-void disconnect(CChannelWorld& world, const std::string& sOne, const std::string& sOther)
+std::vector<CLink> linksOf(const CFakeChannelWorld& world, const std::string& sOwner)
 {
-    disconnectOneWay(world, sOne, sOther);
-    disconnectOneWay(world, sOther, sOne);
+    std::vector<CLink> vecLinks;
+    for (const auto& [link, connection] : world.mapConnections)
+        if (link.first == sOwner || link.second == sOwner)
+            vecLinks.push_back(link);
+    return vecLinks;
 }
 
 /// Connects again whoever wants to reach this server, or it them.
-void reconnect(CChannelWorld& world, const std::string& sOwner)
+void reconnect(CFakeChannelWorld& world, const std::string& sOwner)
 {
-    std::vector<CLink> vecWanted;
-    for (const auto& [link, connection] : world.mapConnections)
-        if (link.first == sOwner || link.second == sOwner)
-            vecWanted.push_back(link);
-    for (const auto& [sFrom, sTo] : vecWanted)
-        (void)connect(world, sFrom, sTo); // or later
+    for (const CLink& link : linksOf(world, sOwner))
+        if (!world.mapConnections[link].setWanting.empty())
+            (void)connect(world, link); // or later
 }
 
 template <class TAction> auto locked(TAction action)
 {
     const CAllocationPause pause;
-    CChannelWorld& world = channelWorld();
+    CFakeChannelWorld& world = channelWorld();
     const std::lock_guard lock(world.mtx);
     return action(world);
 }
@@ -115,22 +129,26 @@ void hold(std::map<std::string, std::deque<CDelivery>>& mapHeld, const std::stri
 
 } // namespace
 
-std::uint32_t networkSend(CChannelWorld& world, const CFakeChannels::CSent& sent)
+std::uint32_t networkSend(CFakeChannelWorld& world, const CFakeChannels::CSent& sent, unsigned long ulTimeout)
 {
     const std::string sTo = CFakeChannels::addressText(sent.ulPeer);
-    if (!connect(world, sent.sOwner, sTo))
+    const CLink link = linkOf(sent.sOwner, sTo);
+    const bool bSilent = world.setSilent.contains(link);
+    world.mapConnections[link].setWanting.insert(sent.sOwner);
+    if (!bSilent && !connect(world, link))
         return CFakeChannels::cPeerDown;
     const unsigned long ulExchange = world.ulNextExchange++;
-    const unsigned long ulEpoch = world.mapConnections[{sent.sOwner, sTo}].ulEpoch;
-    world.mapExchanges[ulExchange] = {sent.sOwner, sTo, sent.ulRequestID, ulEpoch};
-    if (world.setSilent.contains(linkOf(sent.sOwner, sTo)))
+    const unsigned long ulEpoch = world.mapConnections[link].ulEpoch;
+    world.mapExchanges[ulExchange] = {sent.sOwner, sTo, sent.ulRequestID, ulEpoch,
+                                      CFakeClock::ticks() + 1000ULL * ulTimeout};
+    if (bSilent)
         return 0;
     world.uNetworkBytes += sent.sBytes.size();
     deliverRequest(world, sTo, {0, CFakeChannels::address(sent.sOwner), ulExchange, ulEpoch, sent.sBytes});
     return 0;
 }
 
-std::uint32_t networkAnswer(CChannelWorld& world, const CFakeChannels::CAnswer& answer)
+std::uint32_t networkAnswer(CFakeChannelWorld& world, const CFakeChannels::CAnswer& answer)
 {
     const auto it = world.mapExchanges.find(answer.ulContext1);
     if (it == world.mapExchanges.end() || it->second.ulEpoch != answer.ulContext2)
@@ -143,50 +161,89 @@ std::uint32_t networkAnswer(CChannelWorld& world, const CFakeChannels::CAnswer& 
     return 0;
 }
 
-void networkStarted(CChannelWorld& world, const std::string& sOwner)
+bool networkReaches(CFakeChannelWorld& world, const std::string& sFrom, const std::string& sTo)
 {
-    reconnect(world, sOwner);
+    const CLink link = linkOf(sFrom, sTo);
+    return sFrom == sTo || (findChannel(world, sTo, true) != nullptr && !world.setCut.contains(link) &&
+                            !world.setSilent.contains(link));
 }
 
-void networkStopped(CChannelWorld& world, const std::string& sOwner)
+void networkStarted(CFakeChannelWorld& world, const CFakeChannel& channel)
 {
-    std::set<std::string> setPeers;
-    for (const auto& [link, connection] : world.mapConnections)
+    for (const CLink& link : linksOf(world, channel.sOwner))
     {
-        if (link.first == sOwner)
-            setPeers.insert(link.second);
-        if (link.second == sOwner)
-            setPeers.insert(link.first);
+        if (!world.mapConnections[link].bUp)
+            continue;
+        // The server's other channel has heard of it already.
+        const unsigned long ulPeer = CFakeChannels::address(link.first == channel.sOwner ? link.second : link.first);
+        deliver(world, channel.sOwner, channel.bServer, false,
+                {.dwResult = channel.bServer ? CMLIB_SERVER_CONNECTED : CMLIB_CLIENT_CONNECTED, .ulPeer = ulPeer});
     }
-    for (const std::string& sPeer : setPeers)
+    reconnect(world, channel.sOwner);
+}
+
+void networkStopped(CFakeChannelWorld& world, const CFakeChannel& channel)
+{
+    for (const CLink& link : linksOf(world, channel.sOwner))
     {
-        disconnect(world, sOwner, sPeer);
-        world.mapConnections.erase({sOwner, sPeer}); // who starts anew wants nobody yet
+        disconnect(world, link);
+        world.mapConnections[link].setWanting.erase(channel.sOwner); // who starts anew wants nobody yet
     }
+    auto& mapHeld = channel.bServer ? world.mapHeldRequests : world.mapHeldResponses;
+    if (const auto it = mapHeld.find(channel.sOwner); it != mapHeld.end())
+        it->second.clear(); // nobody is left to take them
+}
+
+void networkTimePassed()
+{
+    locked([](CFakeChannelWorld& world) {
+        const unsigned long long ullNow = CFakeClock::ticks();
+        std::set<CLink> setOverdue;
+        for (auto it = world.mapExchanges.begin(); it != world.mapExchanges.end();)
+        {
+            if (it->second.ullDeadline > ullNow)
+            {
+                ++it;
+                continue;
+            }
+            const CExchange exchange = it->second;
+            it = world.mapExchanges.erase(it);
+            deliverResponse(world, exchange, CFakeChannels::cTimedOut, std::nullopt);
+            setOverdue.insert(linkOf(exchange.sFrom, exchange.sTo));
+        }
+        // Nobody knows whether the peer has dealt with them: both sides start afresh.
+        for (const CLink& link : setOverdue)
+        {
+            if (world.setSilent.erase(link) != 0)
+                world.setCut.insert(link); // until it is restored
+            disconnect(world, link);
+            (void)connect(world, link); // or later
+        }
+    });
 }
 
 void CFakeChannels::setNetwork(bool bOn)
 {
-    locked([&](CChannelWorld& world) { world.bNetwork = bOn; });
+    locked([&](CFakeChannelWorld& world) { world.bNetwork = bOn; });
 }
 
 void CFakeChannels::cutLink(const std::string& sOne, const std::string& sOther)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         world.setSilent.erase(linkOf(sOne, sOther));
         world.setCut.insert(linkOf(sOne, sOther));
-        disconnect(world, sOne, sOther);
+        disconnect(world, linkOf(sOne, sOther));
     });
 }
 
 void CFakeChannels::silenceLink(const std::string& sOne, const std::string& sOther)
 {
-    locked([&](CChannelWorld& world) { world.setSilent.insert(linkOf(sOne, sOther)); });
+    locked([&](CFakeChannelWorld& world) { world.setSilent.insert(linkOf(sOne, sOther)); });
 }
 
 void CFakeChannels::restoreLink(const std::string& sOne, const std::string& sOther)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         world.setCut.erase(linkOf(sOne, sOther));
         world.setSilent.erase(linkOf(sOne, sOther));
         reconnect(world, sOne);
@@ -195,7 +252,7 @@ void CFakeChannels::restoreLink(const std::string& sOne, const std::string& sOth
 
 void CFakeChannels::holdResponses(const std::string& sOwner, bool bHold)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         hold(world.mapHeldResponses, sOwner, bHold,
              [&](CDelivery delivery) { deliver(world, sOwner, false, true, std::move(delivery)); });
     });
@@ -203,7 +260,7 @@ void CFakeChannels::holdResponses(const std::string& sOwner, bool bHold)
 
 void CFakeChannels::holdRequests(const std::string& sOwner, bool bHold)
 {
-    locked([&](CChannelWorld& world) {
+    locked([&](CFakeChannelWorld& world) {
         hold(world.mapHeldRequests, sOwner, bHold,
              [&](CDelivery delivery) { deliver(world, sOwner, true, false, std::move(delivery)); });
     });
@@ -211,5 +268,5 @@ void CFakeChannels::holdRequests(const std::string& sOwner, bool bHold)
 
 std::size_t CFakeChannels::networkBytes()
 {
-    return locked([](CChannelWorld& world) { return world.uNetworkBytes; });
+    return locked([](CFakeChannelWorld& world) { return world.uNetworkBytes; });
 }
