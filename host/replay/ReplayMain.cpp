@@ -1,11 +1,11 @@
 // cdsreplay: replays captures of SIP signalling into the call data store, and shows what its registrants get.
-#include "CDSSupport.h"
 #include "CDSVersion.h"
 #include "replay/ReplayReport.h"
+#include "share/ServerPlace.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
-#include <filesystem>
+#include <csignal>
+#include <fstream>
 #include <iostream>
 #include <optional>
 
@@ -24,40 +24,12 @@ struct COptions
     std::string sCompare;
     std::string sWatch;
     std::string sLogDirectory;
+    std::string sShare;
+    CServerAddress server;
     bool bJson = false;
     bool bNoWait = false;
     bool bCloseOpen = false;
     CCallMapperSettings settings;
-};
-
-/// The trace log's directory: the one asked for, or one that is gone when the program is.
-class CLogDirectory
-{
-public:
-    explicit CLogDirectory(const std::string& sAsked) : m_sPath(sAsked)
-    {
-        if (m_sPath.empty())
-        {
-            std::string sTemplate = (std::filesystem::temp_directory_path() / "cdsreplay-XXXXXX").string();
-            if (mkdtemp(sTemplate.data()) != nullptr)
-                m_sPath = m_sTemporary = sTemplate;
-        }
-        if (!m_sPath.empty())
-            CDSSupport::setLogDirectory(m_sPath);
-    }
-
-    ~CLogDirectory()
-    {
-        std::error_code ignored; // a directory left behind in the temporary one harms nobody
-        if (!m_sTemporary.empty())
-            std::filesystem::remove_all(m_sTemporary, ignored);
-    }
-    CLogDirectory(const CLogDirectory&) = delete;
-    CLogDirectory& operator=(const CLogDirectory&) = delete;
-
-private:
-    std::string m_sPath;
-    std::string m_sTemporary;
 };
 
 void declareOptions(CLI::App& app, COptions& options)
@@ -87,6 +59,15 @@ void declareOptions(CLI::App& app, COptions& options)
         ->capture_default_str();
     app.add_option("--log-dir", options.sLogDirectory, "keep the store's trace log in this directory")
         ->check(CLI::ExistingDirectory);
+    auto* const pServer = app.add_option("--server", options.server.sAddress,
+                                         "this server's address, one of this machine (127.0.0.2 is one, too); "
+                                         "gives calls to other servers that want them")
+                              ->check(CLI::ValidIPV4);
+    app.add_option("--port", options.server.wPort, "port of all servers")->capture_default_str()->needs(pServer);
+    app.add_option("--share", options.sShare,
+                   "write the calls' names to this file or pipe, wait until another server (see cdswatch) has "
+                   "registered for them all, replay, write their records, and wait until it has left")
+        ->needs(pServer);
     app.add_flag("--json", options.bJson, "write one JSON object instead of tables");
     app.set_version_flag("--version", "cdsreplay " CDS_VERSION);
     app.footer(
@@ -95,33 +76,47 @@ void declareOptions(CLI::App& app, COptions& options)
         "Examples:\n"
         "  cdsreplay calls.pcap\n"
         "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
-        "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n");
+        "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n"
+        "  cdsreplay calls.pcap --server 127.0.0.1 --share >(cdswatch --server 127.0.0.2 --owner 127.0.0.1)\n");
+}
+
+bool refuse(const std::string& sWhy, const char* pszAdvice)
+{
+    std::cerr << "cdsreplay: " << printable(sWhy) << pszAdvice << '\n';
+    return false;
+}
+
+/// @param pShare  where other servers are told of the calls; null: nothing is shared
+/// @return whether the captures are in the store; if not, after having said why
+bool fillStore(CReplaySession& session, const std::vector<std::string>& vecCaptures, const COptions& options,
+               std::ofstream* pShare)
+{
+    const char* const pszLog = "; the trace log (--log-dir) says more";
+    std::string sError;
+    if (!session.start(pShare != nullptr, &sError))
+        return refuse(sError, pszLog);
+    if (pShare != nullptr && !session.awaitPeers(*pShare, vecCaptures, options.settings, options.bCloseOpen, &sError))
+        return refuse(sError, "");
+    if (!session.replay(vecCaptures, options.settings, options.bCloseOpen, &sError))
+        return refuse("cannot read the capture " + sError,
+                      "\nGive the path of a pcap or pcapng file that this user may read.");
+    return pShare == nullptr || session.showPeers(*pShare, &sError) || refuse(sError, pszLog);
 }
 
 /// @return nothing on failure, after having said why
 std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCaptures, const COptions& options,
-                                         bool bWait)
+                                         bool bWait, std::ofstream* pShare)
 {
-    CReplaySession session(options.sWatch);
-    std::string sError;
-    if (!session.start(&sError))
-    {
-        std::cerr << "cdsreplay: " << sError << "; the trace log (--log-dir) says more\n";
+    CReplaySession session(options.sWatch, options.server.sAddress.empty() ? "127.0.0.1" : options.server.sAddress);
+    if (!fillStore(session, vecCaptures, options, pShare))
         return std::nullopt;
-    }
-    if (!session.replay(vecCaptures, options.settings, options.bCloseOpen, &sError))
-    {
-        std::cerr << "cdsreplay: cannot read the capture " << printable(sError)
-                  << "\nGive the path of a pcap or pcapng file that this user may read.\n";
-        return std::nullopt;
-    }
     const bool bCame = !bWait || session.awaitLastDeliveries([](std::uint64_t ullCame, std::uint64_t ullExpected) {
         std::cerr << "waiting for the last deliveries, 30 to 40 seconds after the calls' ends: " << ullCame << " of "
                   << ullExpected << " came\n";
     });
     if (!bCame)
     {
-        std::cerr << "cdsreplay: the store did not deliver every ended call a last time within a minute\n";
+        (void)refuse("the store did not deliver every ended call a last time within a minute", "");
         return std::nullopt;
     }
     return session.result();
@@ -138,15 +133,33 @@ bool complain(const CSessionResult& result, const std::string& sWatch)
 
 int run(const COptions& options)
 {
-    const CLogDirectory logDirectory(options.sLogDirectory);
-    const auto result = runSession(options.vecCaptures, options, !options.bNoWait);
+    CServerPlace place("cdsreplay", options.sLogDirectory);
+    std::string sError;
+    if (!options.server.sAddress.empty() && !place.configure(options.server, &sError))
+    {
+        (void)refuse(sError, "");
+        return exit_failed;
+    }
+    std::ofstream share;
+    if (!options.sShare.empty())
+    {
+        (void)std::signal(SIGPIPE, SIG_IGN); // who reads the pipe may go: the stream says so
+        share.open(options.sShare);
+        if (!share)
+        {
+            (void)refuse("cannot write to " + options.sShare, "");
+            return exit_failed;
+        }
+    }
+    const auto result =
+        runSession(options.vecCaptures, options, !options.bNoWait, options.sShare.empty() ? nullptr : &share);
     if (!result)
         return exit_failed;
     bool bDone = complain(*result, options.sWatch);
     std::optional<CComparison> comparison;
     if (!options.sCompare.empty())
     {
-        const auto other = runSession({options.sCompare}, options, false);
+        const auto other = runSession({options.sCompare}, options, false, nullptr);
         if (!other)
             return exit_failed;
         bDone = complain(*other, "") && bDone; // what is to be watched was asked of the first

@@ -47,14 +47,6 @@ std::vector<CTimeLineItem> timeLine(const CCallRecord& record)
     return vecItems;
 }
 
-std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords)
-{
-    std::map<std::string, std::size_t> mapOutcomes;
-    for (const auto& [sRecordID, record] : mapRecords)
-        ++mapOutcomes[record.outcome()];
-    return mapOutcomes;
-}
-
 double seconds(std::chrono::nanoseconds time)
 {
     return std::chrono::duration<double>(time).count();
@@ -202,6 +194,14 @@ CJson deliveryJson(std::uint64_t ullDeliveries, std::uint64_t ullChanges)
 }
 
 } // namespace
+
+std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords)
+{
+    std::map<std::string, std::size_t> mapOutcomes;
+    for (const auto& [sRecordID, record] : mapRecords)
+        ++mapOutcomes[record.outcome()];
+    return mapOutcomes;
+}
 
 std::string printable(const std::string& sText)
 {

@@ -2,6 +2,7 @@
 
 #include "replay/ReplaySession.h"
 
+#include <map>
 #include <ostream>
 #include <string>
 
@@ -32,6 +33,9 @@ void writeReport(std::ostream& out, const CSessionResult& result, const CCompari
 
 /// Writes the result as one JSON object.
 void writeJson(std::ostream& out, const CSessionResult& result, const CComparison* pComparison);
+
+/// How many calls went how.
+[[nodiscard]] std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords);
 
 /// Replaces what a terminal would obey: record IDs come from the network as they are.
 [[nodiscard]] std::string printable(const std::string& sText);

@@ -1,16 +1,20 @@
 // A store, its three registrants, and the captures replayed into it.
 #include "replay/ReplaySession.h"
 
+#include "share/RecordLines.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
 namespace {
 
-constexpr const char* cServerIP = "127.0.0.1";
 /// Kept for 30 s, looked at every 10 s, and a machine under load.
 constexpr std::chrono::seconds cLastDeliveryLimit{60};
 constexpr std::chrono::seconds cProgressInterval{5};
+constexpr std::chrono::seconds cRegisterLimit{60};
+/// Longer than a watcher waits for what it lacks.
+constexpr std::chrono::seconds cLeaveLimit{120};
 
 } // namespace
 
@@ -21,7 +25,8 @@ std::string codeText(long lCode)
     return szText;
 }
 
-CReplaySession::CReplaySession(std::string sWatch) : m_sWatched(std::move(sWatch))
+CReplaySession::CReplaySession(std::string sWatch, std::string sServerIP)
+    : m_sServerIP(std::move(sServerIP)), m_sWatched(std::move(sWatch))
 {
     if (!m_sWatched.empty() && !m_sWatched.starts_with("sip:"))
         m_sWatched.insert(0, "sip:");
@@ -33,32 +38,81 @@ CReplaySession::~CReplaySession()
     m_pOne.reset();
     m_pAll.reset();
     m_pEnds.reset();
+    m_pShared.reset();
     if (m_pStore != nullptr)
         (void)m_pStore->Finalize(); // cannot fail
 }
 
-bool CReplaySession::start(std::string* psError)
+bool CReplaySession::start(bool bShare, std::string* psError)
 {
     CCDSAPI::initLogger();
     m_pStore = std::make_unique<CCDSAPI>();
-    if (const long lResult = m_pStore->Initialize(cServerIP, 0); lResult < 0)
+    if (bShare)
+        m_pShared = std::make_unique<CSharedCalls>(*m_pStore, m_sServerIP);
+    if (const long lResult = bShare ? m_pShared->start() : 0; lResult < 0)
+    {
+        *psError = "the store refuses a registration: " + codeText(lResult);
+        return false;
+    }
+    if (const long lResult = m_pStore->Initialize(m_sServerIP, 0); lResult < 0)
     {
         *psError = "the store cannot be started: " + codeText(lResult);
         return false;
     }
-    m_pSink = std::make_unique<CStoreSink>(*m_pStore, cServerIP);
+    if (bShare && !m_pShared->exchanging())
+    {
+        *psError = "cannot listen on " + m_sServerIP +
+                   " for other servers (the port is in use, or the address not this machine's)";
+        return false;
+    }
+    m_pSink = std::make_unique<CStoreSink>(*m_pStore, m_sServerIP);
     m_pOne = std::make_unique<CWatcher>(*m_pStore, "watcher of one call");
     m_pAll = std::make_unique<CWatcher>(*m_pStore, "watcher of all calls");
     m_pEnds = std::make_unique<CWatcher>(*m_pStore, "watcher of ends");
-    long lResult = m_pAll->start(cServerIP, "*", "*");
+    long lResult = m_pAll->start(m_sServerIP, "*", "*");
     if (lResult >= 0)
-        lResult = m_pEnds->start(cServerIP, "*", "EOC");
+        lResult = m_pEnds->start(m_sServerIP, "*", "EOC");
     if (lResult >= 0 && !m_sWatched.empty())
-        lResult = m_pOne->start(cServerIP, m_sWatched, "*");
+        lResult = m_pOne->start(m_sServerIP, m_sWatched, "*");
     if (lResult >= 0)
         return true;
     *psError = "the store refuses a registration: " + codeText(lResult);
     return false;
+}
+
+bool CReplaySession::awaitPeers(std::ostream& out, const std::vector<std::string>& vecPaths,
+                                const CCallMapperSettings& settings, bool bCloseOpen, std::string* psError)
+{
+    CRecordBookSink sink;
+    CCaptureReplay scan(sink, settings);
+    for (const std::string& sPath : vecPaths)
+        if (!scan.add(sPath, psError))
+        {
+            psError->insert(0, "cannot read the capture " + sPath + ": ");
+            return false;
+        }
+    scan.finish(bCloseOpen);
+    for (const auto& [sRecordID, record] : sink.records())
+    {
+        m_vecShared.push_back(sRecordID);
+        out << "call " << RecordLines::escaped(sRecordID) << '\n';
+    }
+    out.flush();
+    if (m_pShared->awaitRegistered(m_vecShared, cRegisterLimit))
+        return true;
+    *psError = "no other server has registered for all calls within a minute";
+    return false;
+}
+
+bool CReplaySession::showPeers(std::ofstream& out, std::string* psError)
+{
+    m_pShared->writeRecords(out, m_vecShared);
+    out.close();
+    if (!out)
+        *psError = "the records cannot be written for the other server";
+    else if (!m_pShared->awaitLeft(m_vecShared, cLeaveLimit))
+        *psError = "the other server has not taken its registrations back within two minutes";
+    return psError->empty();
 }
 
 bool CReplaySession::replay(const std::vector<std::string>& vecPaths, const CCallMapperSettings& settings,
@@ -85,7 +139,7 @@ bool CReplaySession::onCallBegin(const std::string& sRecordID)
     if (m_sWatched.empty())
     {
         m_sWatched = sRecordID;
-        (void)m_pOne->start(cServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
+        (void)m_pOne->start(m_sServerIP, sRecordID, "*"); // a refusal shows as a registrant that got nothing
     }
     return true;
 }

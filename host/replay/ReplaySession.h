@@ -3,8 +3,10 @@
 #include "replay/Replay.h"
 #include "replay/StoreSink.h"
 #include "replay/Watcher.h"
+#include "share/SharedCalls.h"
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -47,11 +49,24 @@ class CReplaySession : private CCallSink
 {
 public:
     /// @param sWatch  Call-ID of the one call, with or without "sip:"; empty: the first that begins
-    explicit CReplaySession(std::string sWatch);
+    /// @param sServerIP  this server's address
+    explicit CReplaySession(std::string sWatch, std::string sServerIP = "127.0.0.1");
     ~CReplaySession();
 
     /// Starts the store.
-    [[nodiscard]] bool start(std::string* psError);
+    ///
+    /// @param bShare  whether other servers are to get its calls
+    [[nodiscard]] bool start(bool bShare, std::string* psError);
+
+    /// Says which calls the captures hold, and waits until other servers have registered for all of them.
+    ///
+    /// @param out  gets the call lines
+    [[nodiscard]] bool awaitPeers(std::ostream& out, const std::vector<std::string>& vecPaths,
+                                  const CCallMapperSettings& settings, bool bCloseOpen, std::string* psError);
+    /// Says what the records of these calls are, and waits until the other servers have taken their registrations back.
+    ///
+    /// @param out  gets the record lines
+    [[nodiscard]] bool showPeers(std::ofstream& out, std::string* psError);
 
     /// Replays captures, one after the other as if they were one.
     ///
@@ -73,7 +88,9 @@ private:
     void onCallUpdate(const std::string& sRecordID, const std::vector<CCallChange>& vecChanges) override;
     void onCallEnd(const std::string& sRecordID) override;
 
-    std::string m_sWatched; // record ID
+    const std::string m_sServerIP;
+    std::string m_sWatched;               // record ID
+    std::vector<std::string> m_vecShared; // record IDs
     bool m_bWaited = false;
     std::vector<CCaptureSummary> m_vecCaptures;
     std::chrono::nanoseconds m_replayTime{0};
@@ -83,4 +100,5 @@ private:
     std::unique_ptr<CWatcher> m_pOne;
     std::unique_ptr<CWatcher> m_pAll;
     std::unique_ptr<CWatcher> m_pEnds;
+    std::unique_ptr<CSharedCalls> m_pShared; // null when nothing is shared
 };

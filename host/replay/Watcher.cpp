@@ -1,33 +1,13 @@
 // Registrants of the store.
 #include "replay/Watcher.h"
 
+#include "replay/RecordValues.h"
+
 #include <utility>
 
 namespace {
 
 constexpr unsigned long cTraceID = 0x3A7C;
-
-std::string textOf(const unsigned char* pData, int nLength)
-{
-    return pData != nullptr && nLength > 0
-               ? std::string(reinterpret_cast<const char*>(pData), static_cast<std::size_t>(nLength))
-               : std::string();
-}
-
-/// Calls visit for each property and log entry of a record.
-template <class TVisit> void forEachValue(CCallData& data, const TVisit& visit)
-{
-    const CCDSTimestamp tsAll(0, 0);
-    CCDSTimestamp ts(0, 0);
-    std::string sName;
-    unsigned char* pData = nullptr;
-    int nLength = 0;
-    for (int nIndex = 0; data.getProperty(&nIndex, &sName, &pData, &nLength, tsAll, &ts) == 0;)
-        visit(CCallChange{false, sName, textOf(pData, nLength), ts});
-    for (int nLog = 0; data.getLogName(nLog, &sName) == 0; ++nLog)
-        for (int nIndex = 0; data.getLogEntry(sName, &nIndex, &pData, &nLength, tsAll, &ts) == 0;)
-            visit(CCallChange{true, sName, textOf(pData, nLength), ts});
-}
 
 } // namespace
 
@@ -65,11 +45,7 @@ void CWatcher::take(CCallData& data)
     std::string sRecordID;
     (void)data.getCallID(&sRecordID); // always 0
     const std::lock_guard guard(m_mutex);
-    CCallRecord& record = m_mapRecords[sRecordID];
-    forEachValue(data, [&](const CCallChange& change) {
-        record.take(change);
-        ++m_ullChanges;
-    });
+    m_ullChanges += takeValues(data, &m_mapRecords[sRecordID]);
     ++m_ullDeliveries;
     m_delivered.notify_all();
 }
