@@ -319,7 +319,11 @@ void CPeer::tick(CClock::time_point tpNow)
     // Each may end on this occasion.
     for (const auto& pSession : {m_pAttempt, m_pParked, m_pSession})
     {
-        if (pSession)
+        if (!pSession)
+            continue;
+        if (pSession->stage() == CSession::over)
+            onEnded(pSession, "its end was cut short"); // by a lack of memory: nobody else would end it now
+        else
             pSession->checkLimits(tpNow);
     }
     std::vector<unsigned long> vecUnanswered;

@@ -74,6 +74,18 @@ protected:
 
     CRawPeer connect(int nPeer, int nTo = 1) { return CRawPeer::connect(nPeer, nTo, m_channels.port()); }
 
+    /// A connection of server 2 that waits until server 1's own attempt to reach server 2 has ended.
+    CRawPeer connectWhileCalled()
+    {
+        CRawPeer replaced = connect(2);
+        EXPECT_TRUE(replaced.send(CRawPeer::hello(1)));
+        EXPECT_FALSE(replaced.receive(std::chrono::milliseconds(50))) << "the greeting was answered";
+        CRawPeer waiting = connect(2);
+        EXPECT_TRUE(waiting.send(CRawPeer::hello(2)));
+        EXPECT_TRUE(replaced.isEnded()) << "the later greeting takes its place";
+        return waiting;
+    }
+
     /// What initialize says of the settings.
     std::string complaint(const std::string& sSettings)
     {
@@ -305,6 +317,46 @@ TEST_F(SupportChannelTest, AGreetingThatWasGivenUpChangesNothing)
     EXPECT_TRUE(late.isEnded());
     ASSERT_TRUE(peer.send(CRawPeer::request(1, "still here")));
     EXPECT_EQ(one.receive().sBody, "still here");
+}
+
+TEST_F(SupportChannelTest, AConnectionThatDiedWhileItWaitedIsLostAndMadeAgain)
+{
+    const CRawListener listener(2, m_channels.port());
+    CBareServer one(&m_channels, 1);
+    ASSERT_GE(one.send(1, 2, "body"), 0);
+    CRawPeer called = listener.accept();
+    CRawPeer calling = connectWhileCalled();
+    // The peer is killed. Nobody reads from the connection that waits, so that its end is not noticed yet.
+    calling.close();
+    called.close();
+    CRawPeer again = listener.accept();
+    const CReceived end = one.receiveResponse();
+    EXPECT_EQ(end.ulContext1, 1U);
+    EXPECT_LT(end.lResult, 0);
+    CDSSupport::flushLogs();
+    EXPECT_THAT(m_directory.read("CDSMessaging.log"),
+                testing::ContainsRegex("disconnected, session [0-9]+: .*, 1 requests unanswered"));
+
+    ASSERT_TRUE(again.receive());
+    std::string sWelcome = CRawPeer::hello(0);
+    sWelcome[4] = 2;
+    ASSERT_TRUE(again.send(sWelcome));
+    ASSERT_GE(one.send(2, 2, "body"), 0);
+    EXPECT_TRUE(again.receive('\3'));
+}
+
+TEST_F(SupportChannelTest, ARequestAheadOfTheAnswerToTheGreetingComesAfterTheConnection)
+{
+    const CRawListener listener(2, m_channels.port());
+    CBareServer one(&m_channels, 1);
+    ASSERT_GE(one.send(1, 2, "body"), 0);
+    CRawPeer called = listener.accept();
+    CRawPeer calling = connectWhileCalled();
+    ASSERT_TRUE(calling.send(CRawPeer::request(1, "early")));
+    called.close();
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    EXPECT_EQ(one.receive().sBody, "early");
+    EXPECT_TRUE(calling.receive('\2'));
 }
 
 TEST_F(SupportChannelTest, WhatNobodyFetchedOfAnEndedSessionIsDropped)
