@@ -7,6 +7,7 @@
 #include "TemporaryDirectory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -510,6 +511,46 @@ TEST_F(SupportChannelTest, TheClockOfAServerThatDoesNotAnswerHoldsACallerOnce)
         EXPECT_LT(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
     EXPECT_LT(CClock::now() - tpFirst, std::chrono::milliseconds(200));
     EXPECT_EQ(ullStamp, 42U);
+}
+
+TEST_F(SupportChannelTest, APeerThatComesBackAgainAndAgainHoldsNoCallerLonger)
+{
+    CBareServer one(&m_channels, 1);
+    std::vector<CRawPeer> vecPeers;
+    vecPeers.push_back(connect(2));
+    ASSERT_TRUE(vecPeers.back().greet(1));
+    std::atomic<bool> bDone = false;
+    std::thread comingBack([&] {
+        // Each connection is asked anew what time it is, and none answers.
+        for (std::uint32_t dw = 2; dw <= 30 && !bDone; ++dw)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            vecPeers.push_back(connect(2));
+            EXPECT_TRUE(vecPeers.back().greet(dw));
+        }
+    });
+    unsigned long long ullStamp = 0;
+    const auto tpBefore = CClock::now();
+    EXPECT_LT(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
+    EXPECT_LT(CClock::now() - tpBefore, std::chrono::milliseconds(1000));
+    bDone = true;
+    comingBack.join();
+}
+
+TEST_F(SupportChannelTest, AfterAWaitInVainForTheTimeNobodyWaitsForASecond)
+{
+    CBareServer one(&m_channels, 1);
+    unsigned long long ullStamp = 0;
+    CClock::duration waited{};
+    for (std::uint32_t dw = 1; dw <= 5; ++dw)
+    {
+        CRawPeer peer = connect(2); // and is asked anew, but does not answer
+        ASSERT_TRUE(peer.greet(dw));
+        const auto tpBefore = CClock::now();
+        EXPECT_LT(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
+        waited += CClock::now() - tpBefore;
+    }
+    EXPECT_LT(waited, std::chrono::milliseconds(800)) << "five times a quarter of a second";
 }
 
 TEST_F(SupportChannelTest, APeersOwnTimeIsPassedOn)
