@@ -418,6 +418,36 @@ TEST_F(SupportChannelTest, AFloodIsHeldBackAndDoesNotDisturbOthers)
     rest.join();
 }
 
+TEST_F(SupportChannelTest, AFullQueueMovesAgainAfterAFewMessages)
+{
+    CBareServer one(&m_channels, 1);
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    std::string sBytes;
+    for (std::uint32_t dw = 1; dw <= 800; ++dw)
+        sBytes += CRawPeer::request(dw, std::string(100'000, 'f'));
+    std::size_t uSent = 0;
+    const auto sendUntilFull = [&] {
+        const std::size_t uBefore = uSent;
+        for (auto tpMoved = CClock::now(); CClock::now() - tpMoved < std::chrono::milliseconds(300);)
+        {
+            const std::size_t uNow = peer.sendWhatFits(std::string_view(sBytes).substr(uSent, 65'536));
+            uSent += uNow;
+            if (uNow != 0)
+                tpMoved = CClock::now();
+            else
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return uSent - uBefore;
+    };
+    ASSERT_GT(sendUntilFull(), 16U << 20);
+    ASSERT_LT(uSent, sBytes.size()) << "everything was taken";
+    for (int n = 0; n < 40; ++n) // a quarter of what waits
+        EXPECT_TRUE(one.receive().isRequest());
+    EXPECT_GT(sendUntilFull(), 0U);
+}
+
 TEST_F(SupportChannelTest, AnOverdueAnswerEndsTheConnection)
 {
     CBareServer one(&m_channels, 1);
