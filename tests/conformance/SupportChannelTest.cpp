@@ -379,7 +379,7 @@ TEST_F(SupportChannelTest, WhatNobodyFetchedOfAnEndedSessionIsDropped)
 
 TEST_F(SupportChannelTest, AFloodIsHeldBackAndDoesNotDisturbOthers)
 {
-    CBareServer one(&m_channels, 1, "MessageBytes = 4096\nReceiveQueueBytes = 65536\n");
+    CBareServer one(&m_channels, 1, "ReceiveQueueBytes = 65536\n");
     CRawPeer flooder = connect(2);
     ASSERT_TRUE(flooder.greet());
     std::string sFlood;
@@ -466,7 +466,7 @@ TEST_F(SupportChannelTest, AnOverdueAnswerEndsTheConnection)
 
 TEST_F(SupportChannelTest, APeerThatStopsReadingIsDisconnectedBeforeTheSenderGivesUp)
 {
-    CBareServer one(&m_channels, 1, "MessageBytes = 4096\nSendQueueBytes = 65536\n");
+    CBareServer one(&m_channels, 1, "MessageBytes = 1100000\nSendQueueBytes = 1100000\n");
     CRawPeer peer = connect(2);
     ASSERT_TRUE(peer.greet());
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
@@ -609,6 +609,8 @@ TEST_F(SupportChannelTest, SettingsThatCannotBeUsedAreNamed)
     EXPECT_THAT(complaint("HeartbeatMs = \"often\"\n"), HasSubstr("HeartbeatMs: is a text"));
     EXPECT_THAT(complaint("SilenceLimitMs = 3000\n"), HasSubstr("SilenceLimitMs: must be at least twice HeartbeatMs"));
     EXPECT_THAT(complaint("CertificateFile = \"a\"\n"), HasSubstr("CertificateFile: goes with"));
+    EXPECT_THAT(complaint("MessageBytes = 1099999\n"), HasSubstr("MessageBytes: is 1099999, but must be from 1100000"))
+        << "a record's text may be that long";
     EXPECT_THAT(complaint("SendQueueBytes = 4096\n"), HasSubstr("SendQueueBytes: must not be less"));
     EXPECT_THAT(complaint("CertificateFile = \"/no/c\"\nPrivateKeyFile = \"/no/k\"\nAuthorityFile = \"/no/a\"\n"),
                 HasSubstr("CertificateFile /no/c: "));
