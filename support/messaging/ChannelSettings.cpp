@@ -8,6 +8,8 @@
 namespace Messaging {
 namespace {
 constexpr char cKey[] = "Orvane\\CDS\\Messaging";
+/// A record is sent whole, and its text may be about a million bytes long.
+constexpr unsigned long cLeastMessage = 1'100'000;
 
 /// Reads values and remembers the first that cannot be used.
 class CReader
@@ -93,7 +95,7 @@ bool CChannelSettings::read(std::string* psError)
         reader.duration("GreetingLimitMs", &greetingLimit, 50, 60'000);
         reader.duration("ReconnectFirstMs", &reconnectFirst, 1, 60'000);
         reader.duration("ReconnectMostMs", &reconnectMost, 1, 600'000);
-        reader.number("MessageBytes", &dwMessageBytes, 1024, 256UL << 20);
+        reader.number("MessageBytes", &dwMessageBytes, cLeastMessage, 256UL << 20);
         reader.number("SendQueueBytes", &dwSendQueueBytes, 4096, 1024UL << 20);
         reader.number("ReceiveQueueBytes", &dwReceiveQueueBytes, 4096, 1024UL << 20);
         reader.number("Peers", &dwPeers, 1, 65'536);

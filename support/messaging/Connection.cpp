@@ -136,10 +136,7 @@ void CConnection::resume()
     m_bPaused = false;
     m_tpReceived = CClock::now(); // silence was ours
     if (!m_bReading)
-    {
-        m_bReading = true;
-        read();
-    }
+        readSoon();
 }
 
 void CConnection::read()
@@ -196,6 +193,12 @@ void CConnection::read()
             return;
         }
     }
+    readSoon();
+}
+
+/// Reads in a turn of its own.
+void CConnection::readSoon()
+{
     m_bReading = true;
     asio::post(m_io, [pSelf = shared_from_this()] {
         if (pSelf->m_pUser)

@@ -53,7 +53,8 @@ public:
     void connect(std::uint32_t dwLocal, std::uint16_t wPort);
     /// Ends the connection. The user is not called any more.
     void close();
-    /// Goes on reading after a pause.
+    /// Goes on reading after a pause. The user is not called before this returns: whoever lets messages pass has
+    /// finished what they depend on.
     void resume();
     void setFrameLimit(std::uint32_t dwLimit) { m_reader.setLimit(dwLimit); }
 
@@ -87,6 +88,7 @@ private:
     void awaitRead();
     void awaitWrite();
     void read();
+    void readSoon();
     void flush();
     void startWriting();
     bool write();

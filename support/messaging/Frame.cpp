@@ -113,8 +113,9 @@ std::span<char> CFrameReader::space()
         m_uEnd -= m_uBegin;
         m_uBegin = 0;
     }
-    if (m_vecBuffer.empty())
-        m_vecBuffer.resize(m_dwLimit <= cSmallBuffer ? cSmallBuffer : cBuffer);
+    const std::size_t uLeast = m_dwLimit <= cSmallBuffer ? cSmallBuffer : cBuffer;
+    if (m_uEnd == 0 && m_vecBuffer.size() < uLeast) // a greeting needed less
+        m_vecBuffer.resize(uLeast);
     else if (m_uEnd == m_vecBuffer.size())
         m_vecBuffer.resize(2 * m_vecBuffer.size());
     return {m_vecBuffer.data() + m_uEnd, m_vecBuffer.size() - m_uEnd};

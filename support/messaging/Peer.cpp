@@ -13,6 +13,8 @@ constexpr std::size_t cOpenExchanges = 262'144;
 /// the caller gives up, so that what was refused is known to be lost.
 constexpr std::chrono::milliseconds cLongestRefusal{500};
 constexpr std::chrono::milliseconds cClockWait{250};
+/// So long after a wait in vain for the clock nobody waits for it.
+constexpr std::chrono::seconds cClockPause{1};
 } // namespace
 
 CPeer::CPeer(CNodeParts& parts, std::uint32_t dwPeer)
@@ -98,10 +100,17 @@ long CPeer::sendResponse(std::uint32_t dwSession, std::uint32_t dwExchange, std:
 
 long CPeer::readClock(CPeerClock::CReading* pReading)
 {
+    const CClock::time_point tpCalled = CClock::now();
+    bool bWaited = false;
     std::unique_lock lock(m_mtx);
-    for (;;)
+    const bool bPause = tpCalled < m_tpClockPause;
+    const auto fnInVain = [&] {
+        if (bWaited)
+            m_tpClockPause = CClock::now() + cClockPause;
+        return E_CHANNEL_NO_CLOCK;
+    };
+    for (CClock::time_point tpNow = tpCalled;; tpNow = CClock::now())
     {
-        const CClock::time_point tpNow = CClock::now();
         if (const auto optReading = m_clock.read(tpNow, m_parts.settings.silenceLimit))
         {
             *pReading = *optReading;
@@ -110,7 +119,7 @@ long CPeer::readClock(CPeerClock::CReading* pReading)
         CClock::time_point tpSince = m_tpAsked;
         switch (m_eState)
         {
-        case down: return E_CHANNEL_NO_CLOCK;
+        case down: return fnInVain();
         case idle:
             askForConnection();
             tpSince = m_tpAsked;
@@ -122,10 +131,13 @@ long CPeer::readClock(CPeerClock::CReading* pReading)
             tpSince = std::max(tpSince, *m_clock.pinged());
             break;
         }
-        // Counted from when the question went out, not from when it was asked: one dead peer holds a caller once.
-        if (tpNow >= tpSince + cClockWait)
-            return E_CHANNEL_NO_CLOCK;
-        m_cvClock.wait_until(lock, tpSince + cClockWait);
+        // Counted from when the question went out, if that was before the call: one dead peer holds a caller once. A
+        // question that is asked anew meanwhile prolongs nothing.
+        const CClock::time_point tpUntil = std::min(tpSince, tpCalled) + cClockWait;
+        if (tpNow >= tpUntil || bPause)
+            return fnInVain();
+        m_cvClock.wait_until(lock, tpUntil);
+        bWaited = true;
     }
 }
 
@@ -319,7 +331,11 @@ void CPeer::tick(CClock::time_point tpNow)
     // Each may end on this occasion.
     for (const auto& pSession : {m_pAttempt, m_pParked, m_pSession})
     {
-        if (pSession)
+        if (!pSession)
+            continue;
+        if (pSession->stage() == CSession::over)
+            onEnded(pSession, "its end was cut short"); // by a lack of memory: nobody else would end it now
+        else
             pSession->checkLimits(tpNow);
     }
     std::vector<unsigned long> vecUnanswered;

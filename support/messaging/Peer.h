@@ -93,6 +93,7 @@ private:
     std::deque<CWaiting> m_lstWaiting;
     std::size_t m_uWaitingBytes = 0;
     CPeerClock m_clock;
+    CClock::time_point m_tpClockPause{}; // until then nobody waits for the clock
     CClock::time_point m_tpPinged{};
     CClock::time_point m_tpAsked{};                 // for a connection
     std::optional<CClock::time_point> m_optRefused; // first refusal since a request was last taken

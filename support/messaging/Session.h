@@ -69,7 +69,8 @@ public:
     void accept(asio::ip::tcp::socket socket);
     void connect();
     void setOwner(IOwner* pOwner) { m_pOwner = pOwner; }
-    /// The greeting is done: answers it if it was the peer's, and lets messages pass.
+    /// The greeting is done: answers it if it was the peer's, and lets messages pass. The owner is not called before
+    /// this returns.
     void start();
     /// Ends the session; the owner is not told.
     void end();

@@ -76,7 +76,7 @@ bool CRawPeer::await(short nEvents, CClock::time_point tpDeadline) const
     return poll(&wanted, 1, static_cast<int>(std::max<std::int64_t>(left, 0))) > 0;
 }
 
-std::size_t CRawPeer::sendWhatFits(const std::string& sBytes)
+std::size_t CRawPeer::sendWhatFits(std::string_view sBytes)
 {
     const ssize_t nSent = ::send(m_nSocket, sBytes.data(), sBytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     return nSent < 0 ? 0 : static_cast<std::size_t>(nSent);

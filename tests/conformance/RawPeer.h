@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 /// A peer of the support library's channels that speaks the protocol by hand, well or badly. It knows the bytes from
 /// docs/wire-format.md and nothing of the library's inside.
@@ -27,7 +28,7 @@ public:
     /// Sends all of it; false when the other side has ended the connection.
     bool send(const std::string& sBytes);
     /// Sends as much as the connection takes without waiting. @return how much
-    std::size_t sendWhatFits(const std::string& sBytes);
+    std::size_t sendWhatFits(std::string_view sBytes);
     /// The next frame, type first; nothing when the connection ends or nothing comes.
     std::optional<std::string> receive(std::chrono::milliseconds patience = cPatience);
     /// The next frame of a type, others are skipped.

@@ -7,6 +7,7 @@
 #include "TemporaryDirectory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -73,6 +74,18 @@ protected:
     ~SupportChannelTest() override { (void)CDSSupport::setConfigurationFile("", nullptr); }
 
     CRawPeer connect(int nPeer, int nTo = 1) { return CRawPeer::connect(nPeer, nTo, m_channels.port()); }
+
+    /// A connection of server 2 that waits until server 1's own attempt to reach server 2 has ended.
+    CRawPeer connectWhileCalled()
+    {
+        CRawPeer replaced = connect(2);
+        EXPECT_TRUE(replaced.send(CRawPeer::hello(1)));
+        EXPECT_FALSE(replaced.receive(std::chrono::milliseconds(50))) << "the greeting was answered";
+        CRawPeer waiting = connect(2);
+        EXPECT_TRUE(waiting.send(CRawPeer::hello(2)));
+        EXPECT_TRUE(replaced.isEnded()) << "the later greeting takes its place";
+        return waiting;
+    }
 
     /// What initialize says of the settings.
     std::string complaint(const std::string& sSettings)
@@ -307,6 +320,46 @@ TEST_F(SupportChannelTest, AGreetingThatWasGivenUpChangesNothing)
     EXPECT_EQ(one.receive().sBody, "still here");
 }
 
+TEST_F(SupportChannelTest, AConnectionThatDiedWhileItWaitedIsLostAndMadeAgain)
+{
+    const CRawListener listener(2, m_channels.port());
+    CBareServer one(&m_channels, 1);
+    ASSERT_GE(one.send(1, 2, "body"), 0);
+    CRawPeer called = listener.accept();
+    CRawPeer calling = connectWhileCalled();
+    // The peer is killed. Nobody reads from the connection that waits, so that its end is not noticed yet.
+    calling.close();
+    called.close();
+    CRawPeer again = listener.accept();
+    const CReceived end = one.receiveResponse();
+    EXPECT_EQ(end.ulContext1, 1U);
+    EXPECT_LT(end.lResult, 0);
+    CDSSupport::flushLogs();
+    EXPECT_THAT(m_directory.read("CDSMessaging.log"),
+                testing::ContainsRegex("disconnected, session [0-9]+: .*, 1 requests unanswered"));
+
+    ASSERT_TRUE(again.receive());
+    std::string sWelcome = CRawPeer::hello(0);
+    sWelcome[4] = 2;
+    ASSERT_TRUE(again.send(sWelcome));
+    ASSERT_GE(one.send(2, 2, "body"), 0);
+    EXPECT_TRUE(again.receive('\3'));
+}
+
+TEST_F(SupportChannelTest, ARequestAheadOfTheAnswerToTheGreetingComesAfterTheConnection)
+{
+    const CRawListener listener(2, m_channels.port());
+    CBareServer one(&m_channels, 1);
+    ASSERT_GE(one.send(1, 2, "body"), 0);
+    CRawPeer called = listener.accept();
+    CRawPeer calling = connectWhileCalled();
+    ASSERT_TRUE(calling.send(CRawPeer::request(1, "early")));
+    called.close();
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    EXPECT_EQ(one.receive().sBody, "early");
+    EXPECT_TRUE(calling.receive('\2'));
+}
+
 TEST_F(SupportChannelTest, WhatNobodyFetchedOfAnEndedSessionIsDropped)
 {
     CBareServer one(&m_channels, 1);
@@ -326,7 +379,7 @@ TEST_F(SupportChannelTest, WhatNobodyFetchedOfAnEndedSessionIsDropped)
 
 TEST_F(SupportChannelTest, AFloodIsHeldBackAndDoesNotDisturbOthers)
 {
-    CBareServer one(&m_channels, 1, "MessageBytes = 4096\nReceiveQueueBytes = 65536\n");
+    CBareServer one(&m_channels, 1, "ReceiveQueueBytes = 65536\n");
     CRawPeer flooder = connect(2);
     ASSERT_TRUE(flooder.greet());
     std::string sFlood;
@@ -365,6 +418,36 @@ TEST_F(SupportChannelTest, AFloodIsHeldBackAndDoesNotDisturbOthers)
     rest.join();
 }
 
+TEST_F(SupportChannelTest, AFullQueueMovesAgainAfterAFewMessages)
+{
+    CBareServer one(&m_channels, 1);
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    std::string sBytes;
+    for (std::uint32_t dw = 1; dw <= 800; ++dw)
+        sBytes += CRawPeer::request(dw, std::string(100'000, 'f'));
+    std::size_t uSent = 0;
+    const auto sendUntilFull = [&] {
+        const std::size_t uBefore = uSent;
+        for (auto tpMoved = CClock::now(); CClock::now() - tpMoved < std::chrono::milliseconds(300);)
+        {
+            const std::size_t uNow = peer.sendWhatFits(std::string_view(sBytes).substr(uSent, 65'536));
+            uSent += uNow;
+            if (uNow != 0)
+                tpMoved = CClock::now();
+            else
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return uSent - uBefore;
+    };
+    ASSERT_GT(sendUntilFull(), 16U << 20);
+    ASSERT_LT(uSent, sBytes.size()) << "everything was taken";
+    for (int n = 0; n < 40; ++n) // a quarter of what waits
+        EXPECT_TRUE(one.receive().isRequest());
+    EXPECT_GT(sendUntilFull(), 0U);
+}
+
 TEST_F(SupportChannelTest, AnOverdueAnswerEndsTheConnection)
 {
     CBareServer one(&m_channels, 1);
@@ -383,7 +466,7 @@ TEST_F(SupportChannelTest, AnOverdueAnswerEndsTheConnection)
 
 TEST_F(SupportChannelTest, APeerThatStopsReadingIsDisconnectedBeforeTheSenderGivesUp)
 {
-    CBareServer one(&m_channels, 1, "MessageBytes = 4096\nSendQueueBytes = 65536\n");
+    CBareServer one(&m_channels, 1, "MessageBytes = 1100000\nSendQueueBytes = 1100000\n");
     CRawPeer peer = connect(2);
     ASSERT_TRUE(peer.greet());
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
@@ -460,6 +543,46 @@ TEST_F(SupportChannelTest, TheClockOfAServerThatDoesNotAnswerHoldsACallerOnce)
     EXPECT_EQ(ullStamp, 42U);
 }
 
+TEST_F(SupportChannelTest, APeerThatComesBackAgainAndAgainHoldsNoCallerLonger)
+{
+    CBareServer one(&m_channels, 1);
+    std::vector<CRawPeer> vecPeers;
+    vecPeers.push_back(connect(2));
+    ASSERT_TRUE(vecPeers.back().greet(1));
+    std::atomic<bool> bDone = false;
+    std::thread comingBack([&] {
+        // Each connection is asked anew what time it is, and none answers.
+        for (std::uint32_t dw = 2; dw <= 30 && !bDone; ++dw)
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            vecPeers.push_back(connect(2));
+            EXPECT_TRUE(vecPeers.back().greet(dw));
+        }
+    });
+    unsigned long long ullStamp = 0;
+    const auto tpBefore = CClock::now();
+    EXPECT_LT(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
+    EXPECT_LT(CClock::now() - tpBefore, std::chrono::milliseconds(1000));
+    bDone = true;
+    comingBack.join();
+}
+
+TEST_F(SupportChannelTest, AfterAWaitInVainForTheTimeNobodyWaitsForASecond)
+{
+    CBareServer one(&m_channels, 1);
+    unsigned long long ullStamp = 0;
+    CClock::duration waited{};
+    for (std::uint32_t dw = 1; dw <= 5; ++dw)
+    {
+        CRawPeer peer = connect(2); // and is asked anew, but does not answer
+        ASSERT_TRUE(peer.greet(dw));
+        const auto tpBefore = CClock::now();
+        EXPECT_LT(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
+        waited += CClock::now() - tpBefore;
+    }
+    EXPECT_LT(waited, std::chrono::milliseconds(800)) << "five times a quarter of a second";
+}
+
 TEST_F(SupportChannelTest, APeersOwnTimeIsPassedOn)
 {
     CBareServer one(&m_channels, 1);
@@ -486,6 +609,8 @@ TEST_F(SupportChannelTest, SettingsThatCannotBeUsedAreNamed)
     EXPECT_THAT(complaint("HeartbeatMs = \"often\"\n"), HasSubstr("HeartbeatMs: is a text"));
     EXPECT_THAT(complaint("SilenceLimitMs = 3000\n"), HasSubstr("SilenceLimitMs: must be at least twice HeartbeatMs"));
     EXPECT_THAT(complaint("CertificateFile = \"a\"\n"), HasSubstr("CertificateFile: goes with"));
+    EXPECT_THAT(complaint("MessageBytes = 1099999\n"), HasSubstr("MessageBytes: is 1099999, but must be from 1100000"))
+        << "a record's text may be that long";
     EXPECT_THAT(complaint("SendQueueBytes = 4096\n"), HasSubstr("SendQueueBytes: must not be less"));
     EXPECT_THAT(complaint("CertificateFile = \"/no/c\"\nPrivateKeyFile = \"/no/k\"\nAuthorityFile = \"/no/a\"\n"),
                 HasSubstr("CertificateFile /no/c: "));
