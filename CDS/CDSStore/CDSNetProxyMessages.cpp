@@ -44,9 +44,9 @@ std::string hexasciiMessage(const char* pBuffer, unsigned long ulSize)
     // A line of hexadecimal pairs and characters was meant, of which each pair's second digit became the end of text.
     if (pBuffer == nullptr || ulSize == 0)
         return std::string(386, ' ');
-    // A byte of 0x80 or more is negative: eight digits that begin with F.
-    const auto nByte = static_cast<int>(static_cast<signed char>(*pBuffer));
-    return std::string(1, nByte < 0 ? 'F' : cdsHexDigit(static_cast<unsigned int>(nByte) >> 4U));
+    // A byte of 0x80 or more counts as negative: eight digits that begin with F.
+    const auto uByte = static_cast<unsigned char>(*pBuffer);
+    return std::string(1, uByte >= 0x80U ? 'F' : cdsHexDigit(uByte >> 4U));
 }
 
 std::string cdsReceivedText(const char* pBuffer, unsigned long ulSize)

@@ -147,7 +147,7 @@ CDistributionTable::CEntry CDistributionTable::remove(bool bClient, const std::s
     {
         if (it->second->m_bClient != bClient || it->second->m_dwPeer != dwPeer)
             continue;
-        const CEntry pEntry = it->second; // the keys are its own
+        CEntry pEntry = it->second; // the keys are its own
         m_mapPeers.erase(peerKeyOf(*pEntry));
         m_mapEntries.erase(it);
         return pEntry;

@@ -169,7 +169,7 @@ bool setInConfigurationText(std::string* psText, toml::table* pTable, const CPat
         std::string sDotted = sLine;
         for (auto it = path.rbegin(); it != path.rend(); ++it)
         {
-            sDotted = keyText(*it) + '.' + sDotted;
+            sDotted.insert(0, keyText(*it) + '.');
             vecProposals.emplace_back([&, sDotted] { return withLineInserted(*psText, *pOld, sDotted); });
         }
     }
