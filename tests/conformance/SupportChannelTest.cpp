@@ -498,7 +498,7 @@ TEST_F(SupportChannelTest, APeerThatStopsReadingIsDisconnectedBeforeTheSenderGiv
 
 TEST_F(SupportChannelTest, APeerThatTakesNothingOfWhatWaitsIsDisconnected)
 {
-    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 400\n");
+    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 2000\n");
     CRawPeer peer = connect(2);
     ASSERT_TRUE(peer.greet());
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
