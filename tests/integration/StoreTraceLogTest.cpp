@@ -2,7 +2,7 @@
 
 #include "CDSAPI.h"
 #include "CDSSupport.h"
-#include "ChildProcess.h"
+#include "Program.h"
 #include "TemporaryDirectory.h"
 
 #include <algorithm>
@@ -132,10 +132,10 @@ TEST_F(StoreTraceLogTest, LosesAndTearsNoLineOfManyThreads)
 
 TEST_F(StoreTraceLogTest, StaysReadableWhenItsProcessIsKilled)
 {
-    CChildProcess host(STORE_HOST, m_directory.path());
+    CProgram host({STORE_HOST, m_directory.path()});
     int nUpdates = 0;
-    while (nUpdates >= 0 && nUpdates < 1000)
-        nUpdates = host.readNumber();
+    for (std::string sLine; nUpdates < 1000 && host.readLine(&sLine);)
+        nUpdates = std::stoi(sLine);
     host.kill();
     ASSERT_GE(nUpdates, 1000);
     EXPECT_GE(countLines("CCDSAPI::Update: \"watcher\""), static_cast<std::size_t>(nUpdates));
@@ -144,8 +144,10 @@ TEST_F(StoreTraceLogTest, StaysReadableWhenItsProcessIsKilled)
 TEST_F(StoreTraceLogTest, GoesOnAfterAProcessThatWasKilled)
 {
     {
-        CChildProcess host(STORE_HOST, m_directory.path());
-        ASSERT_GT(host.readNumber(), 0);
+        CProgram host({STORE_HOST, m_directory.path()});
+        std::string sLine;
+        ASSERT_TRUE(host.readLine(&sLine));
+        ASSERT_GT(std::stoi(sLine), 0);
     }
     runStore();
     EXPECT_EQ(countLines("CCDSAPI::Update: \"ann\""), 1U);
