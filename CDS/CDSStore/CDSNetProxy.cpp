@@ -270,6 +270,8 @@ void CCDSNetProxy::dump(int nFull)
             pEntry->dump(nFull);
     }
     CCDSLogging::logAlways("-- CDR.");
+    for (const auto& [dwObjectID, pEntry] : m_cdrCache.all())
+        pEntry->dump(nFull);
     if (pChannel != nullptr)
         pChannel->dump();
 }

@@ -3,6 +3,7 @@
 #include "CCMLibraryX.h"
 #include "CDSBase.h"
 #include "CDSExport.h"
+#include "CDSNetProxyCdr.h"
 #include "CDSNetProxyResync.h"
 #include "CDSNetProxyTables.h"
 #include "CDSNetProxyTime.h"
@@ -82,7 +83,8 @@ private:
 ///
 /// Threads    Initialize, Finalize and the destructor are called by one thread at a time, never by one of the proxy's
 ///            own nor in a callback of the store. The other public operations may be called by any thread; those below
-///            "Distribution" and "Client calls" are the worker's, but for addClientCall and getClientCall.
+///            "Distribution", "Client calls" and "CDRs" are the worker's, but for addClientCall, getClientCall and the
+///            two that set the cache's limits.
 /// Ownership  frees with itself whatever is still queued, waiting or distributed.
 /// Errors     results are 0 or a negative code of CDSResults.h or of the messaging library.
 class CCDSNetProxy
@@ -189,6 +191,35 @@ public:
     /// Has the store deliver a call's data to the proxy, which distributes it.
     long requestCallData(const std::string& sCallID);
 
+    // CDRs: finished calls' records on their way to the server that collects them.
+
+    /// Sets how many bytes may wait; 0xFFFFFFFF or more: any. Nothing is evicted before the next CDR comes.
+    void SetCDRDataCacheSize(unsigned long ulBytes);
+    /// Sets after how many minutes a CDR that could not be sent is given up; 71,582 at the most, then it wraps.
+    void SetCDRDataExpiration(unsigned long ulMinutes);
+    /// Keeps a CDR and sends it to the server that its message names.
+    ///
+    /// @return 0 or more; E_FAIL when the call has one waiting already, or on shutdown when it does not fit;
+    ///         E_CDS_NULLDATA without a record; E_CDS_OUTOFMEMORY; else why it was not sent, and it waits
+    long addCDRCallData(const CSharedMessage& pMsg);
+    /// Sends what waits for a server once more, up to the first failure, which it returns.
+    long sendPendingCDRCallData(unsigned long ulServer);
+    /// A CDR has arrived.
+    void removeSentCDRCallData(const CCallbackMsg* pMsg);
+    /// Gives up what has waited for a server too long, telling operators of each.
+    void removeCDRCallDataIfExpired(unsigned long ulServer);
+    void removeCDRCallDataIfExpired(const CCallbackMsg* pMsg);
+    /// Evicts the entry that came last.
+    void removeOldestCDRCallData();
+    bool findCDRCallDataByCallID(const std::string& sCallID) const;
+
+    /// Appends what the clocks of the servers that we know show, in the order of their addresses: "address=ticks in ms,
+    /// UTC file time,reachable;" each, ticks and time 0 when a server does not answer. Nothing while there is no
+    /// channel.
+    ///
+    /// Threads    any; may take up to 250 ms for each server that does not answer.
+    void GetTickCountsFromOtherServers(std::string& sResult);
+
 private:
     /// An item taken from the queue, with what was guarded.
     struct SQueued
@@ -245,7 +276,7 @@ private:
     void onReceivedRequest(CCDSWork& work);
     long dispatchRequest(CCDSWork& work, const std::string& sMsg);
     long onPeerCallData(CCDSWork& work, CCallbackMsg& msg);
-    long onPeerCdrData(CCDSWork& work, CCallbackMsg& msg);
+    long onPeerCdrData(CCDSWork& work, CReceivedMessage& pMsg);
     long onPeerRegistration(CCDSWork& work, CCallbackMsg& msg);
     long registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
     long unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
@@ -272,6 +303,13 @@ private:
     long sendDifference(const CCalldataDistribution& entry, const std::string& sRegID, CCallbackMsg& msg,
                         CCallData& difference);
 
+    // CDRs.
+    bool makeRoomForCDR(std::uint32_t dwSize);
+    CCDRCache::CEntry newCDRCallData(unsigned long ulServer, const std::string& sCallID, const CSharedMessage& pMsg);
+    long sendCDR(CWorkHold& hold, const CCDRCallData& entry, const char* pszPrefix);
+    void removeCDR(const CCDRCache::CEntry& pEntry, const char* pszOperation);
+    bool removeIfExpired(const CCDRCache::CEntry& pEntry);
+
     CCDSAPI* m_pCDSAPI = nullptr;
     CDSNetProxyCallbackImpl m_callback; // lives as long as the proxy, so that no query finds it gone
     std::string m_sRegID;               // written while no callback of the store can run
@@ -286,7 +324,10 @@ private:
     std::mutex m_mtxSendOrder;
     CCDSNetProxyResync m_resync; // worker thread only
 
-    CPCritSec m_csCDR;  // never entered: cached CDRs belong to the worker
+    CPCritSec m_csCDR;                                                // never entered: cached CDRs belong to the worker
+    CCDRCache m_cdrCache;                                             // worker thread only
+    std::atomic<std::uint32_t> m_dwMaxCDRDataCacheSize = 0xFFFFFFFFU; // bytes; all ones: no limit
+    std::atomic<std::uint64_t> m_ullCDRDataExpiration = 0;            // milliseconds
     CPCritSec m_csWork; // guards the next three, and what CCDSWork says; a leaf
     CCDSWork::CQueue m_lstWorkQueue CDS_GUARDED_BY(m_csWork);
     std::unordered_map<std::uint32_t, std::shared_ptr<CCDSWork>> m_mapWork CDS_GUARDED_BY(m_csWork); // ID -> item

@@ -11,6 +11,7 @@ void CCDSNetProxy::onPeerDisconnected(CCDSWork& work)
 {
     CCDSLogging::logWarning("WT_OP_SERVER_CLIENTDISCONNECTED - 0x%08X, ipaddr 0x%08X", cdsIdentity(&work),
                             work.m_dwPeer);
+    removeCDRCallDataIfExpired(work.m_dwPeer);
     const long lResult = unregisterClients(work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClients");
     if (lResult >= 0)
@@ -38,12 +39,12 @@ void CCDSNetProxy::onReceivedRequest(CCDSWork& work)
 
 long CCDSNetProxy::dispatchRequest(CCDSWork& work, const std::string& sMsg)
 {
-    const CSharedMessage pMsg = cdsHoldMessage(new CCallbackMsg(0UL, sMsg));
+    CReceivedMessage pMsg(new CCallbackMsg(0UL, sMsg));
     pMsg->traceInfo("NetProxy, remote");
     switch (pMsg->getCallbackReason())
     {
     case ccbr_calldata: return onPeerCallData(work, *pMsg);
-    case ccbr_cdrcalldata: return onPeerCdrData(work, *pMsg);
+    case ccbr_cdrcalldata: return onPeerCdrData(work, pMsg);
     case ccbr_registration: return onPeerRegistration(work, *pMsg);
     default: return 0;
     }
@@ -70,16 +71,20 @@ long CCDSNetProxy::onPeerCallData(CCDSWork& work, CCallbackMsg& msg)
     return lResult;
 }
 
-/// Without a host that asked for them, CDRs of peers are dropped with their message.
-long CCDSNetProxy::onPeerCdrData(CCDSWork& work, CCallbackMsg& msg)
+/// Hands a peer's CDR to the host, which keeps it if it took it.
+long CCDSNetProxy::onPeerCdrData(CCDSWork& work, CReceivedMessage& pMsg)
 {
     std::string sCallID;
-    (void)dynamic_cast<CCallData*>(msg.getCallbackData())->getCallID(&sCallID); // empty when it fails
+    (void)dynamic_cast<CCallData*>(pMsg->getCallbackData())->getCallID(&sCallID); // empty when it fails
     CCDSLogging::logWarning("CCDSNetProxy::workerThread, ipaddr=0x%08X, callid=%s, reason=ccbr_cdrcalldata",
                             work.m_dwPeer, sCallID.c_str());
     if (const auto pChannel = serverChannel(); pChannel != nullptr)
-        (void)msg.setCDSIPAddr(pChannel->ipAddrToString(work.m_dwPeer)); // always 0
-    return 0;
+        (void)pMsg->setCDSIPAddr(pChannel->ipAddrToString(work.m_dwPeer)); // always 0
+    bool bCalled = false;
+    const long lResult = m_pCDSAPI->deliverCDR(pMsg.get(), &bCalled);
+    if (bCalled && lResult >= 0)
+        (void)pMsg.release(); // the host's
+    return lResult;
 }
 
 long CCDSNetProxy::onPeerRegistration(CCDSWork& work, CCallbackMsg& msg)

@@ -5,6 +5,9 @@
 #include "CDSNetProxy.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string>
 
 long CDSNetProxyCallbackImpl::getServerTickCount(unsigned long ulServer, int /*nReserved*/, unsigned long* pulTickCount)
 {
@@ -61,4 +64,24 @@ long CDSNetProxyCallbackImpl::getCallIDCDSTimestamp(const std::string& sCallID, 
         *ptsStamp = pCall->m_tsStamp;
     });
     return lResult;
+}
+
+void CCDSNetProxy::GetTickCountsFromOtherServers(std::string& sResult)
+{
+    const auto pChannel = serverChannel();
+    if (pChannel == nullptr)
+        return;
+    for (const auto& [dwServer, lState] : m_serverStates.all())
+    {
+        unsigned long long ullTimestamp = 0;
+        unsigned long ulTickCount = 0;
+        if (m_callback.getServerTimestamp(dwServer, 0, &ullTimestamp) >= 0)
+            (void)m_callback.getServerTickCount(dwServer, 0, &ulTickCount); // 0 when it fails
+        std::array<char, 255> szPiece{};
+        std::array<char, 24> szTime{};
+        (void)std::snprintf(szPiece.data(), szPiece.size(), "%s=%lu,%s,%d;", pChannel->ipAddrToString(dwServer).c_str(),
+                            ulTickCount & 0xFFFFFFFFUL, CPortable::ulltos(ullTimestamp, szTime.data()),
+                            lState != 0 ? 1 : 0);
+        sResult += szPiece.data();
+    }
 }

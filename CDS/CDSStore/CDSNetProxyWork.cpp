@@ -43,10 +43,14 @@ const char* reasonText(CDSCALLBACKREASON eReason)
 
 CSharedMessage cdsHoldMessage(CCallbackMsg* pMsg)
 {
-    return CSharedMessage(pMsg, [](CCallbackMsg* pHeld) {
-        const std::unique_ptr<CCallbackData> pPayload(pHeld != nullptr ? pHeld->getCallbackData() : nullptr);
-        delete pHeld;
-    });
+    return CSharedMessage(pMsg, CMessageDeleter());
+}
+
+void CMessageDeleter::operator()(CCallbackMsg* pMsg) const noexcept
+{
+    if (pMsg != nullptr)
+        delete pMsg->getCallbackData();
+    delete pMsg;
 }
 
 CCDSWork::CCDSWork(CCDSNetProxy* pProxy) : m_pProxy(pProxy), m_bSilentEnd(true)

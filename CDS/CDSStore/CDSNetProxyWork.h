@@ -18,6 +18,13 @@ using CSharedMessage = std::shared_ptr<CCallbackMsg>;
 /// @throws std::bad_alloc  message and payload are deleted then
 CSharedMessage cdsHoldMessage(CCallbackMsg* pMsg);
 
+/// A message that came from a peer, with its payload; one owner, who may give both away.
+struct CMessageDeleter
+{
+    void operator()(CCallbackMsg* pMsg) const noexcept;
+};
+using CReceivedMessage = std::unique_ptr<CCallbackMsg, CMessageDeleter>;
+
 /// A buffer from or for the messaging library.
 using CMessageBytes = std::unique_ptr<char[]>;
 

@@ -167,7 +167,13 @@ void CCDSNetProxy::onCallback(const std::shared_ptr<CCDSWork>& pWork)
     switch (pWork->m_pMsg->getCallbackReason())
     {
     case ccbr_registration: onLocalRegistration(*pWork); break;
-    case ccbr_cdrcalldata: break; // goes with the item: there is no cache that would keep it for its destination
+    case ccbr_cdrcalldata:
+    {
+        const CSharedMessage pMsg = std::move(pWork->m_pMsg);
+        CCDSLogging::logHRESULT(addCDRCallData(pMsg), "CCDSNetProxy::workerThread, addCDRCallData, work - 0x%08X",
+                                uWork);
+        break;
+    }
     case ccbr_calldata:
     {
         const long lResult = sendCallDataDistribution(pWork->m_pMsg.get());
@@ -201,7 +207,8 @@ void CCDSNetProxy::onServerConnected(CCDSWork& work)
     CCDSLogging::logWarning("WT_OP_CLIENT_SERVERCONNECTED - 0x%08X, ipaddr 0x%08X", cdsIdentity(&work),
                             work.m_dwServer);
     m_serverStates.set(work.m_dwServer, 1);
-    (void)reregisterClientCalls(work.m_dwServer); // each failure is told where it happens, and ends with an item
+    (void)reregisterClientCalls(work.m_dwServer);  // each failure is told where it happens, and ends with an item
+    (void)sendPendingCDRCallData(work.m_dwServer); // what was not sent waits for the next event
     m_resync.connectionChanged(work.m_dwServer);
 }
 
@@ -238,6 +245,15 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
     case WORK_KIND_SEND_CLIENT_CALLDATA:
         if (bFailed)
             onFailedCallData(work);
+        break;
+    case WORK_KIND_SEND_CLIENT_CDRDATA:
+        if (bFailed)
+            removeCDRCallDataIfExpired(work.m_dwServer);
+        else
+        {
+            CCDSLogging::logWarning("WORK_KIND_SEND_CLIENT_CDRDATA - 0x%08X", cdsIdentity(&work));
+            removeSentCDRCallData(work.m_pMsg.get());
+        }
         break;
     default: break;
     }

@@ -142,6 +142,58 @@ TEST_P(ProxyAllocationTest, AChangeReachesThePeerAtLast)
         });
 }
 
+TEST_P(ProxyAllocationTest, ACdrIsKeptWholeOrNotAtAll)
+{
+    CNews news(cCall);
+    news.sets("CALLERID", "a caller with a long name").appends("CONNECT_ENTRY", "yes, connected");
+    sweep([](CServer& server) { server.starts(); },
+          [&news](CServer& server) { // the worker's deed, on this thread
+              CSharedMessage pMsg;
+              {
+                  const CAllocationPause pause;
+                  CCallbackMsg msg(0UL, "", ccbr_cdrcalldata, news.data(), 0);
+                  (void)msg.setCDSIPAddr("10.0.0.2"); // always 0
+                  pMsg = cdsHoldMessage(msg.clone());
+              }
+              return server.proxy().addCDRCallData(pMsg);
+          },
+          [](CServer& server, long lResult) {
+              EXPECT_THAT(lResult, AnyOf(0, E_CDS_OUTOFMEMORY));
+              CProxyWorld::settle();
+              CFakeChannels::forgetTraffic();
+              // What was kept is sent again, whatever became of the first time.
+              const bool bKept = server.proxy().findCDRCallDataByCallID(cCall);
+              EXPECT_TRUE(bKept || lResult < 0);
+              CFakeChannels::clientReceives(CMLIB_CLIENT_CONNECTED, "10.0.0.2");
+              CProxyWorld::settle();
+              ASSERT_EQ(CFakeChannels::sent().size(), bKept ? 1U : 0U);
+              for (const auto& sent : CFakeChannels::sent())
+                  CFakeChannels::confirm(sent.ulRequestID);
+              CProxyWorld::settle();
+              EXPECT_FALSE(server.proxy().findCDRCallDataByCallID(cCall));
+              EXPECT_EQ(CFakeLog::countContaining("Total CDR cache size = 0 bytes."), bKept ? 1U : 0U);
+          });
+}
+
+TEST_P(ProxyAllocationTest, ACdrOfTheHostIsQueuedOrRefused)
+{
+    CNews news(cCall);
+    news.sets("CALLERID", "a caller with a long name");
+    sweep([](CServer& server) { server.starts(); },
+          [&news](CServer& server) {
+              const std::string sDestination = "10.0.0.2";
+              return server.store().SendCDRDataToHQ(sDestination, cCall, news.data());
+          },
+          [](CServer& server, long lResult) {
+              EXPECT_THAT(lResult, AnyOf(0, E_CDS_OUTOFMEMORY));
+              CProxyWorld::settle();
+              if (lResult < 0)
+              {
+                  EXPECT_FALSE(server.proxy().findCDRCallDataByCallID(cCall));
+              }
+          });
+}
+
 TEST_P(ProxyAllocationTest, WorkIsQueuedOrRefused)
 {
     CNews news(cCall);

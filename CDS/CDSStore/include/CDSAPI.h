@@ -147,6 +147,46 @@ public:
     /// Sets whom the time queries ask; null for the local clock. It stays the caller's and outlives its use.
     void SetNetProxyCallback(CDSNetProxyCallback* pCallback);
 
+    /// Asks every server that this one has sent to, or been connected to, for its clock.
+    ///
+    /// @param sText  what is appended, for each in the order of the addresses: "10.0.0.1=5,7,1;", its tick count in
+    ///               milliseconds, its UTC file time, and 1 when it is reachable; ticks and time are 0 when it does not
+    ///               answer within 250 ms
+    void GetTickCountFromOtherServers(std::string& sText);
+
+    // CDRs: the records of finished calls, for the server that collects them.
+
+    /// Hands a finished call's record on. It is kept in a cache, and sent until the destination has acknowledged it, it
+    /// is too old, or a later one needs its room; operators are told of those that became too old. Of a call whose
+    /// record waits already it is refused, later and by a trace line. One that alone is larger than the cache holds up
+    /// all exchange with peers until the cache is made larger: hosts see to it that there is none.
+    ///
+    /// @param sDestination  the collecting server's address
+    /// @param sCallID       written to the trace log; what counts is the record's own
+    /// @param pData         stays the caller's; it is copied
+    /// @return 0 when it is queued; E_CDS_NULLDATA; E_CDS_OUTOFMEMORY
+    long SendCDRDataToHQ(const std::string& sDestination, const std::string& sCallID, CCallData* pData);
+
+    /// Sets who gets the CDRs that peers send; null: nobody, and they are dropped. The message names the sender by its
+    /// address, its payload is a CCallData. It runs on the proxy's worker thread, which does nothing else meanwhile,
+    /// without a lock of the store. Called before Initialize, so that none comes too early.
+    ///
+    /// Ownership  a result of 0 or more: the callback has taken message and payload, and deletes the payload, then the
+    ///            message, when it is done with them. A negative result, or an exception: the store deletes both. The
+    ///            sender's copy is gone in any case.
+    void SetCDRDataCallBack(long (*pfnCallback)(CCallbackMsg*));
+
+    /// Hands a message to the CDR callback as if a peer had sent it. It never deletes it.
+    ///
+    /// @return what the callback returns; 0 without one
+    long SendRcvdCDRDataToOVN(CCallbackMsg* pMsg);
+
+    /// Sets how many bytes of values the waiting CDRs may have; 0xFFFFFFFF, the default: any number. When there is no
+    /// room for a new one, those that came last are evicted.
+    void SetCDRDataCacheSize(unsigned long ulBytes);
+    /// Sets after how many minutes a CDR is given up when sending fails; 0 by default, at most 71,582.
+    void SetCDRDataExpiration(unsigned long ulMinutes);
+
     /// Starts trace logging; the host calls it before it uses the store.
     static void initLogger();
     /// Ends trace logging; a later trace line starts it again.
@@ -161,7 +201,7 @@ public:
     void Dump(int nFull);
 
 private:
-    friend class CCDSNetProxy; // sets its own time-query callback, and takes it back
+    friend class CCDSNetProxy; // takes its time-query callback back, hands CDRs on and reports their end
 
     class CRegIDData;
     class CUnregData;
@@ -174,6 +214,8 @@ private:
 
     bool isWhole() const noexcept;
     void resetNetProxyCallback(CDSNetProxyCallback* pCallback) noexcept;
+    long deliverCDR(CCallbackMsg* pMsg, bool* pbCalled);
+    void reportExpiredCDR(const std::string& sCallID);
     long registerLocked(CRegIDData&& data);
     long sendCurrentData(const CRegIDData& registrant);
     long unregisterLocked(const std::string& sRegID);
@@ -192,9 +234,10 @@ private:
     std::unique_ptr<CPCritSec> m_pcritsec; // guards *m_pTables
     std::unique_ptr<CTables> m_pTables;
     std::atomic<CDSNetProxyCallback*> m_pNetProxyCallback = nullptr; // not owned
-    std::unique_ptr<CPEvent> m_pTimingEvent;                         // stops the timing thread
-    std::unique_ptr<CPThread> m_pTimingThread;                       // null when not running
-    std::unique_ptr<CCDSNetProxy> m_pNetProxy;                       // what g_pCDSNetProxy points to
+    std::atomic<long (*)(CCallbackMsg*)> m_pfnCDRDataCallback = nullptr;
+    std::unique_ptr<CPEvent> m_pTimingEvent;   // stops the timing thread
+    std::unique_ptr<CPThread> m_pTimingThread; // null when not running
+    std::unique_ptr<CCDSNetProxy> m_pNetProxy; // what g_pCDSNetProxy points to
     std::string m_sServerIP;
     bool m_bRunning = false; // from Initialize to Finalize
 };
