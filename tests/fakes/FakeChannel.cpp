@@ -501,11 +501,6 @@ bool CFakeChannels::awaitReceivers()
     return world.cv.wait_for(lock, cHangLimit, [&] { return idle(world); });
 }
 
-bool CFakeChannels::receiversIdle()
-{
-    return locked([](CFakeChannelWorld& world) { return idle(world); });
-}
-
 std::size_t CFakeChannels::activity()
 {
     return locked([](CFakeChannelWorld& world) { return world.uActivity; });

@@ -152,7 +152,6 @@ public:
     ///
     /// @return false when a generous real time has passed in vain
     [[nodiscard]] static bool awaitReceivers();
-    static bool receiversIdle();
     /// Grows with everything that is put before a receiver.
     static std::size_t activity();
 

@@ -24,10 +24,12 @@ void CProxyWorld::settle()
 {
     for (;;)
     {
-        ASSERT_TRUE(CFakeChannels::awaitReceivers()) << "a receive thread does not come back";
+        // Read first: what a worker sends once the receivers are idle may be on its way into another's queue when all
+        // workers are seen waiting.
         const std::size_t uActivity = CFakeChannels::activity();
+        ASSERT_TRUE(CFakeChannels::awaitReceivers()) << "a receive thread does not come back";
         ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cNoTimeLimit)) << "a worker does not come back";
-        if (CFakeChannels::receiversIdle() && uActivity == CFakeChannels::activity())
+        if (uActivity == CFakeChannels::activity())
             return;
     }
 }
