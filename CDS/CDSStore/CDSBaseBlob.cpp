@@ -80,11 +80,11 @@ long CCDSBlob::serialize(std::string* psText) const
 {
     std::string sStamp;
     (void)m_tsStamp.serialize(&sStamp); // always 0
-    CParamsX list(static_cast<long>(m_sName.size() + 2 * readableBytes() + sStamp.size() + 32));
+    CParamsX list(static_cast<long>(m_sName.size() + 2 * readableBytes() + sStamp.size() + 48));
     cdsAddText(list, m_sName);
     cdsAddBytes(list, m_pData, m_nLength);
     cdsAddText(list, sStamp);
-    *psText = list.paramListRef();
+    *psText = std::move(list).paramList();
     return 0;
 }
 

@@ -86,7 +86,7 @@ long CCallbackMsg::serialize(std::string* psMsg)
         if (lResult >= 0)
             lResult = list.addParam(sPayload, 3.14F);
         if (lResult >= 0)
-            *psMsg = list.paramListRef();
+            *psMsg = std::move(list).paramList();
         CCDSLogging::log(CCDSLogging::level_detail, "CCallbackMsg::serialize Return Value: %d",
                          static_cast<int>(lResult));
         return lResult;
@@ -199,7 +199,7 @@ long CRegistrationData::serialize(std::string* psText)
     cdsAddText(list, m_sCallID);
     cdsAddBool(list, m_bRegister);
     cdsAddText(list, sUpdate);
-    *psText = list.paramListRef();
+    *psText = std::move(list).paramList();
     return 0;
 }
 

@@ -51,7 +51,7 @@ long CCallData::serialize(std::string* psText)
                 cdsAddText(list, sPart);
             }
         }
-        *psText = list.paramListRef();
+        *psText = std::move(list).paramList();
         return 0L;
     });
 }

@@ -50,10 +50,10 @@ std::string CCDSTimestamp::toString() const
 
 long CCDSTimestamp::serialize(std::string* psText) const
 {
-    CParamsX list(48L);
+    CParamsX list(64L); // with room for an element's announcement, as the list asks for it
     cdsAddU64(list, m_ullValue);
     cdsAddLong(list, m_lIncrement);
-    *psText = list.paramListRef();
+    *psText = std::move(list).paramList();
     return 0;
 }
 

@@ -92,12 +92,12 @@ long CCDSWork::buildRequest()
     const long lResult = m_pMsg->serialize(&sMessage);
     if (lResult < 0)
         return lResult;
-    CParamsX list(static_cast<long>(sMessage.size()) + 48);
+    CParamsX list(static_cast<long>(sMessage.size()) + 96); // with the name's element
     cdsAddText(list, g_pszCallbackMsgRequest);
     // A message that just fits into a text of its own may still be too long for an element.
     if (const long lAdded = list.addParam(sMessage, 3.14F); lAdded < 0)
         return lAdded;
-    m_sRequest = list.paramListRef();
+    m_sRequest = std::move(list).paramList();
     return lResult;
 }
 
@@ -107,7 +107,7 @@ long CCDSWork::serverRspSendStatus(long /*lStatus*/)
         CParamsX list(32L);
         cdsAddText(list, g_pszStatusResponse);
         cdsAddLong(list, 0); // whatever came of the request: the peer looks at nothing but the exchange itself
-        m_sAnswer = list.paramListRef();
+        m_sAnswer = std::move(list).paramList();
         const long lResult = m_pProxy->sendResponse(this);
         CCDSLogging::logHRESULT(lResult, "CCDSWork::serverRspSendStatus, sendResponse - 0x%08X", m_dwPeer);
         return lResult;

@@ -67,7 +67,7 @@ void CParamsX::walkFrom(long lPos)
         cdsThrowParseFailure();
     for (std::int64_t llPos = lPos; llPos < llSize;)
     {
-        m_vecParamStarts.push_back(static_cast<std::int32_t>(llPos));
+        m_paramStarts.add(static_cast<std::int32_t>(llPos));
         const SParamElement element = cdsElementAt(m_sParamList, llPos);
         llPos += element.lPrefixLength + element.llLength + 1;
     }
@@ -77,7 +77,7 @@ void CParamsX::clear() noexcept
 {
     m_lHeaderLength = 0;
     m_sParamList.clear();
-    m_vecParamStarts.clear();
+    m_paramStarts.clear();
 }
 
 void CParamsX::dump() const
@@ -92,7 +92,7 @@ void CParamsX::beginElement(std::size_t uSize)
     CPortable::ltoa(static_cast<long>(uSize), szSize, 10);
     m_sParamList.reserve(m_sParamList.size() + uSize + sizeof szSize); // what follows cannot fail half-way
     const bool bFirst = m_sParamList.size() <= static_cast<std::size_t>(m_lHeaderLength);
-    m_vecParamStarts.push_back(static_cast<std::int32_t>(m_sParamList.size() + (bFirst ? 0 : 1)));
+    m_paramStarts.add(static_cast<std::int32_t>(m_sParamList.size() + (bFirst ? 0 : 1)));
     if (!bFirst)
         m_sParamList += ';';
     m_sParamList += szSize;
@@ -170,7 +170,7 @@ void CParamsX::append(const std::string& sParams)
 {
     const std::size_t uAppended = sParams.size(); // before the semicolon, which lengthens the list's own text
     m_sParamList.reserve(m_sParamList.size() + 1 + uAppended);
-    if (!m_vecParamStarts.empty())
+    if (!m_paramStarts.empty())
         m_sParamList += ';';
     const std::size_t uBegin = m_sParamList.size();
     m_sParamList.append(sParams, 0, uAppended);
@@ -181,7 +181,7 @@ std::string_view CParamsX::getViewParamAt(int nIndex) const
 {
     if (nIndex < 0 || nIndex >= count())
         return {};
-    return cdsElementText(m_sParamList, m_vecParamStarts[static_cast<std::size_t>(nIndex)]);
+    return cdsElementText(m_sParamList, m_paramStarts[static_cast<std::size_t>(nIndex)]);
 }
 
 std::string CParamsX::getStringParamAt(int nIndex) const

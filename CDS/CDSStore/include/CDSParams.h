@@ -2,9 +2,12 @@
 
 #include "CDSExport.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// The one text encoding of the system: an ordered list of text elements, each written as its length in decimal, a
@@ -48,10 +51,12 @@ public:
     /// Back to an empty list.
     void clear() noexcept;
 
-    int count() const noexcept { return static_cast<int>(m_vecParamStarts.size()); }
+    int count() const noexcept { return static_cast<int>(m_paramStarts.size()); }
     long length() const noexcept { return static_cast<long>(m_sParamList.size()); }
 
-    std::string paramList() const { return m_sParamList; }
+    std::string paramList() const& { return m_sParamList; }
+    /// Of a list that is not needed any more.
+    std::string paramList() && { return std::move(m_sParamList); }
     /// Valid until the list changes.
     const std::string& paramListRef() const noexcept { return m_sParamList; }
 
@@ -134,10 +139,38 @@ public:
     static long getSafeLength(const char* pszParams, long lPos, long* plPrefixLength) noexcept;
 
 private:
+    /// Positions, the first few of which need no memory of their own: most lists have no more.
+    class CPositions
+    {
+    public:
+        std::size_t size() const noexcept { return m_uFirst + m_vecMore.size(); }
+        bool empty() const noexcept { return m_uFirst == 0; }
+        std::int32_t operator[](std::size_t u) const { return u < cFirst ? m_aFirst[u] : m_vecMore[u - cFirst]; }
+        void add(std::int32_t lPosition)
+        {
+            if (m_uFirst < cFirst)
+                m_aFirst[m_uFirst++] = lPosition;
+            else
+                m_vecMore.push_back(lPosition);
+        }
+        void clear() noexcept
+        {
+            m_uFirst = 0;
+            m_vecMore.clear();
+        }
+
+    private:
+        static constexpr std::size_t cFirst = 8;
+
+        std::array<std::int32_t, cFirst> m_aFirst{};
+        std::uint32_t m_uFirst = 0;
+        std::vector<std::int32_t> m_vecMore; // empty until m_aFirst is full
+    };
+
     void walkFrom(long lPos);
     void beginElement(std::size_t uSize);
 
     std::int32_t m_lHeaderLength = 0; // semicolon included
     std::string m_sParamList;
-    std::vector<std::int32_t> m_vecParamStarts; // where each element's length prefix begins
+    CPositions m_paramStarts; // where each element's length prefix begins
 };
