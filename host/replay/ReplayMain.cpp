@@ -1,7 +1,9 @@
 // cdsreplay: replays captures of SIP signalling into the call data store, and shows what its registrants get.
 #include "CDSVersion.h"
 #include "replay/ReplayReport.h"
+#include "share/ProgramRun.h"
 #include "share/ServerPlace.h"
+#include "sip/SipText.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -10,13 +12,6 @@
 #include <optional>
 
 namespace {
-
-enum EExit : int
-{
-    exit_done = 0,
-    exit_failed = 1,
-    exit_misuse = 2
-};
 
 struct COptions
 {
@@ -131,7 +126,7 @@ bool complain(const CSessionResult& result, const std::string& sWatch)
     return vecComplaints.empty();
 }
 
-int run(const COptions& options)
+EExit run(const COptions& options)
 {
     CServerPlace place("cdsreplay", options.sLogDirectory);
     std::string sError;
@@ -179,21 +174,5 @@ int main(int argc, char** argv)
     CLI::App app("Replays captures of SIP signalling into the call data store and shows what its registrants get.",
                  "cdsreplay");
     declareOptions(app, options);
-    try
-    {
-        app.parse(argc, argv);
-    }
-    catch (const CLI::ParseError& error)
-    {
-        return app.exit(error) == 0 ? exit_done : exit_misuse; // help and version are no mistakes
-    }
-    try
-    {
-        return run(options);
-    }
-    catch (const std::exception& error)
-    {
-        std::cerr << "cdsreplay: " << error.what() << '\n';
-        return exit_failed;
-    }
+    return runProgram(app, argc, argv, [&] { return run(options); });
 }

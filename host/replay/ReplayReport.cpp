@@ -203,11 +203,6 @@ std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords)
     return mapOutcomes;
 }
 
-std::string printable(const std::string& sText)
-{
-    return toUtf8(sText, sText.size() * 3);
-}
-
 std::string timeText(std::uint64_t ullFileTime)
 {
     const std::uint64_t ullMicros = ullFileTime / 10;
