@@ -139,7 +139,7 @@ bool collect(const COptions& options, CCdrSink& sink, const CStopSignals& stop, 
 EExit serve(const CLI::App& app, const COptions& options)
 {
     const CStopSignals stop; // before there are threads
-    (void)umask(027); // what the files hold names callers
+    (void)umask(027);        // what the files hold names callers
     openlog("cdscollect", LOG_PERROR | LOG_PID, LOG_DAEMON);
     CServerPlace place("cdscollect", options.sLogDirectory);
     const std::string sPath = cdrFilePath(options.sDatabase);
