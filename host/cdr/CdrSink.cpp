@@ -188,10 +188,11 @@ void CCdrSink::recoverRound(std::unique_lock<std::mutex>& lock)
         std::this_thread::yield();
         lock.lock();
     }
-    if (m_refused.count() != 0 || m_ullRecoveredUntold == 0)
+    if (m_refused.count() != 0)
         return;
-    report(ECdrEvent::recovered,
-           "the database has " + std::to_string(m_ullRecoveredUntold) + " records now that it had refused");
+    if (m_ullRecoveredUntold != 0)
+        report(ECdrEvent::recovered,
+               "the database has " + std::to_string(m_ullRecoveredUntold) + " records now that it had refused");
     m_ullRecoveredUntold = 0;
     m_changed.notify_all();
 }

@@ -94,16 +94,17 @@ bool CSqliteCdrDatabase::open(ECdrOpen eOpen, std::string* psError)
     close();
     const int nFlags = eOpen == ECdrOpen::write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READWRITE;
     int nVersion = 0;
-    const bool bOpened = sqlite3_open_v2(m_sPath.c_str(), &m_pConnection, nFlags, nullptr) == SQLITE_OK &&
-                         sqlite3_busy_timeout(m_pConnection, cOpenBusyMs) == SQLITE_OK && readVersion(&nVersion);
-    if (!bOpened)
+    if (sqlite3_open_v2(m_sPath.c_str(), &m_pConnection, nFlags, nullptr) != SQLITE_OK ||
+        sqlite3_busy_timeout(m_pConnection, cOpenBusyMs) != SQLITE_OK)
+        *psError = complaint();
+    else if (eOpen == ECdrOpen::write && sqlite3_db_readonly(m_pConnection, "main") != 0)
+        *psError = m_sPath + ": this user may not write to it";
+    else if (!readVersion(&nVersion))
         *psError = complaint();
     else if (eOpen == ECdrOpen::read && nVersion != cSchemaVersion)
         *psError = m_sPath + ": " + CdrSchema::versionComplaint(nVersion);
     else if (eOpen == ECdrOpen::read)
         return true;
-    else if (sqlite3_db_readonly(m_pConnection, "main") != 0)
-        *psError = m_sPath + ": this user may not write to it";
     else if (migrate(psError))
     {
         struct stat status = {};
