@@ -284,6 +284,7 @@ ECdrWrite CPostgresCdrDatabase::insert(const CCdrRow& row)
 {
     const std::string sRecord = hexOf(row.sRecord);
     std::vector<std::string> vecValues;
+    vecValues.reserve(g_aCdrColumns.size() + 1);
     for (const CCdrColumn& column : g_aCdrColumns)
         vecValues.push_back(row.*column.psValue);
     vecValues.push_back(sRecord);

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +13,7 @@
 #include <string_view>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -25,7 +25,7 @@ constexpr std::string_view cUnfinished = ".new";
 std::string systemError(const std::string& sPath)
 {
     const int nError = errno;
-    return sPath + ": " + std::strerror(nError);
+    return sPath + ": " + std::generic_category().message(nError);
 }
 
 bool writeAll(int nFile, std::string_view sContent)
