@@ -115,6 +115,9 @@ END {
     comparePairs("Memory for each stored call, against the bare program", \
         "Memory_StoredCall/100000:Memory_BareCall/100000 Memory_StoredCallRegistered/100000:Memory_BareCall/100000")
 
+    comparePairs("Records of finished calls, durable, against the database's own inserts", \
+        "Cdr_Sqlite:Cdr_SqliteBare Cdr_Postgres:Cdr_PostgresBare")
+
     update = "BM_Update_Existing/1000"
     bare = "BM_Update_Bare/1000"
     many = "BM_Registration_Register/1000000"

@@ -83,8 +83,8 @@ private:
 ///
 /// Threads    Initialize, Finalize and the destructor are called by one thread at a time, never by one of the proxy's
 ///            own nor in a callback of the store. The other public operations may be called by any thread; those below
-///            "Distribution", "Client calls" and "CDRs" are the worker's, but for addClientCall, getClientCall and the
-///            two that set the cache's limits.
+///            "Distribution", "Client calls" and "CDRs" are the worker's, but for addClientCall, getClientCall, the
+///            two that set the cache's limits, and waitingCDRs.
 /// Ownership  frees with itself whatever is still queued, waiting or distributed.
 /// Errors     results are 0 or a negative code of CDSResults.h or of the messaging library.
 class CCDSNetProxy
@@ -197,6 +197,8 @@ public:
     void SetCDRDataCacheSize(unsigned long ulBytes);
     /// Sets after how many minutes a CDR that could not be sent is given up; 71,582 at the most, then it wraps.
     void SetCDRDataExpiration(unsigned long ulMinutes);
+    /// How many are queued or kept. Any thread.
+    unsigned long waitingCDRs() const noexcept;
     /// Keeps a CDR and sends it to the server that its message names.
     ///
     /// @return 0 or more; E_FAIL when the call has one waiting already, or on shutdown when it does not fit;
@@ -324,8 +326,10 @@ private:
     std::mutex m_mtxSendOrder;
     CCDSNetProxyResync m_resync; // worker thread only
 
-    CPCritSec m_csCDR;                                                // never entered: cached CDRs belong to the worker
-    CCDRCache m_cdrCache;                                             // worker thread only
+    CPCritSec m_csCDR;                             // never entered: cached CDRs belong to the worker
+    CCDRCache m_cdrCache;                          // worker thread only
+    std::atomic<unsigned long> m_ulCDRsQueued = 0; // for the worker, which has them in the cache next
+    std::atomic<unsigned long> m_ulCDRsKept = 0;   // the cache's count, for other threads
     std::atomic<std::uint32_t> m_dwMaxCDRDataCacheSize = 0xFFFFFFFFU; // bytes; all ones: no limit
     std::atomic<std::uint64_t> m_ullCDRDataExpiration = 0;            // milliseconds
     CPCritSec m_csWork; // guards the next three, and what CCDSWork says; a leaf

@@ -133,6 +133,13 @@ void CCDSNetProxy::SetCDRDataExpiration(unsigned long ulMinutes)
     m_ullCDRDataExpiration = static_cast<std::uint32_t>(ulMinutes) * cMsPerMinute;
 }
 
+unsigned long CCDSNetProxy::waitingCDRs() const noexcept
+{
+    // In the order in which one moves on, so that none is missed; one may count twice.
+    const unsigned long ulQueued = m_ulCDRsQueued;
+    return ulQueued + m_ulCDRsKept;
+}
+
 bool CCDSNetProxy::findCDRCallDataByCallID(const std::string& sCallID) const
 {
     return m_cdrCache.contains(sCallID);
@@ -208,7 +215,10 @@ CCDRCache::CEntry CCDSNetProxy::newCDRCallData(unsigned long ulServer, const std
             const auto pEntry = std::make_shared<const CCDRCallData>(this, ulServer, sCallID, pMsg);
             (void)pMsg->setRegID(pEntry->m_sRegID); // always 0
             if (m_cdrCache.add(pEntry))
+            {
+                m_ulCDRsKept = static_cast<unsigned long>(m_cdrCache.count());
                 return pEntry;
+            }
         }
     }
     catch (const std::bad_alloc&)
@@ -251,6 +261,7 @@ void CCDSNetProxy::removeCDR(const CCDRCache::CEntry& pEntry, const char* pszOpe
     CCDSLogging::logInfo("%s: Removing call data %s of size %d bytes to CDS.", pszOperation, pEntry->m_sCallID.c_str(),
                          cdsInt(pEntry->size()));
     m_cdrCache.remove(*pEntry);
+    m_ulCDRsKept = static_cast<unsigned long>(m_cdrCache.count());
     CCDSLogging::logInfo("%s: Total CDR cache size = %d bytes.", pszOperation, cdsInt(m_cdrCache.bytes()));
 }
 

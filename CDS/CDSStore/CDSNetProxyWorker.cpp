@@ -19,6 +19,29 @@ CRegistrationData* registrationOf(const CCallbackMsg& msg)
     return dynamic_cast<CRegistrationData*>(msg.getCallbackData());
 }
 
+/// Counts something until it goes; may be without anything to count.
+class CCount
+{
+public:
+    CCount(std::atomic<unsigned long>* pulCount, unsigned long ulMore) : m_pulCount(pulCount)
+    {
+        if (m_pulCount != nullptr)
+            *m_pulCount += ulMore;
+    }
+    ~CCount()
+    {
+        if (m_pulCount != nullptr)
+            --*m_pulCount;
+    }
+    CCount(const CCount&) = delete;
+    CCount& operator=(const CCount&) = delete;
+
+    void letGo() noexcept { m_pulCount = nullptr; }
+
+private:
+    std::atomic<unsigned long>* m_pulCount;
+};
+
 /// Runs a step of the worker. What it throws ends the step, never the thread.
 template <class TStep> void guardedStep(const CCDSWork& work, TStep step)
 {
@@ -86,7 +109,9 @@ long CCDSNetProxy::CDSCallbackImpl(CCallbackMsg* pMsg)
     hold->m_pMsg = cdsHoldMessage(pMsg->clone());
     if (hold->m_pMsg == nullptr)
         return E_CDS_OUTOFMEMORY;
+    CCount counted(pMsg->getCallbackReason() == ccbr_cdrcalldata ? &m_ulCDRsQueued : nullptr, 1);
     enqueueCCDSWork(hold.shared(), WT_OP_CDS_CALLBACK);
+    counted.letGo(); // the worker counts it off
     hold.letGo();
     return 0;
 }
@@ -161,6 +186,8 @@ bool CCDSNetProxy::handle(SQueued& queued)
 
 void CCDSNetProxy::onCallback(const std::shared_ptr<CCDSWork>& pWork)
 {
+    // Counted off when it is in the cache or refused, whatever is thrown until then.
+    const CCount counted(pWork->m_pMsg->getCallbackReason() == ccbr_cdrcalldata ? &m_ulCDRsQueued : nullptr, 0);
     const unsigned int uWork = cdsIdentity(pWork.get());
     CCDSLogging::logWarning("WT_OP_CDS_CALLBACK - 0x%08X", uWork);
     pWork->m_pMsg->traceInfo("NetProxy, local");

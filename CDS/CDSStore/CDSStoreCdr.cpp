@@ -66,6 +66,11 @@ void CCDSAPI::SetCDRDataExpiration(unsigned long ulMinutes)
         g_pCDSNetProxy->SetCDRDataExpiration(ulMinutes);
 }
 
+unsigned long CCDSAPI::GetCDRDataCacheCount() const
+{
+    return g_pCDSNetProxy != nullptr ? g_pCDSNetProxy->waitingCDRs() : 0;
+}
+
 void CCDSAPI::GetTickCountFromOtherServers(std::string& sText)
 {
     const CSlowWarning slow("GetTickCountFromOtherServers");

@@ -1,7 +1,9 @@
 // cdsreplay: replays captures of SIP signalling into the call data store, and shows what its registrants get.
 #include "CDSVersion.h"
 #include "replay/ReplayReport.h"
+#include "share/ProgramRun.h"
 #include "share/ServerPlace.h"
+#include "sip/SipText.h"
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -11,13 +13,6 @@
 
 namespace {
 
-enum EExit : int
-{
-    exit_done = 0,
-    exit_failed = 1,
-    exit_misuse = 2
-};
-
 struct COptions
 {
     std::vector<std::string> vecCaptures;
@@ -26,6 +21,7 @@ struct COptions
     std::string sLogDirectory;
     std::string sShare;
     CServerAddress server;
+    CHeadQuarters headQuarters;
     bool bJson = false;
     bool bNoWait = false;
     bool bCloseOpen = false;
@@ -68,6 +64,23 @@ void declareOptions(CLI::App& app, COptions& options)
                    "write the calls' names to this file or pipe, wait until another server (see cdswatch) has "
                    "registered for them all, replay, write their records, and wait until it has left")
         ->needs(pServer);
+    auto* const pQuarters =
+        app.add_option("--head-quarters", options.headQuarters.sAddress,
+                       "address of the server that collects the records of finished calls (see cdscollect); waits in "
+                       "the end until it has acknowledged them all")
+            ->check(CLI::ValidIPV4)
+            ->needs(pServer);
+    app.add_option("--cdr-cache", options.headQuarters.ulCacheBytes,
+                   "bytes of records that may wait to be sent; a larger record is refused, and when there is no room "
+                   "the record that came last is given up")
+        ->check(CLI::Range(1UL, 0xFFFFFFFEUL))
+        ->capture_default_str()
+        ->needs(pQuarters);
+    app.add_option("--cdr-expiry", options.headQuarters.ulExpiryMinutes,
+                   "minutes after which a record that cannot be sent is given up")
+        ->check(CLI::Range(0UL, 71'582UL))
+        ->capture_default_str()
+        ->needs(pQuarters);
     app.add_flag("--json", options.bJson, "write one JSON object instead of tables");
     app.set_version_flag("--version", "cdsreplay " CDS_VERSION);
     app.footer(
@@ -77,6 +90,7 @@ void declareOptions(CLI::App& app, COptions& options)
         "  cdsreplay calls.pcap\n"
         "  cdsreplay calls.pcap --compare calls-hep3.pcap --no-wait-eoc\n"
         "  cdsreplay calls.pcap --watch 4711@10.0.0.1 --json\n"
+        "  cdsreplay calls.pcap --server 127.0.0.1 --head-quarters 127.0.0.3\n"
         "  cdsreplay calls.pcap --server 127.0.0.1 --share >(cdswatch --server 127.0.0.2 --owner 127.0.0.1)\n");
 }
 
@@ -105,11 +119,22 @@ bool fillStore(CReplaySession& session, const std::vector<std::string>& vecCaptu
 
 /// @return nothing on failure, after having said why
 std::optional<CSessionResult> runSession(const std::vector<std::string>& vecCaptures, const COptions& options,
-                                         bool bWait, std::ofstream* pShare)
+                                         const CHeadQuarters& headQuarters, bool bWait, std::ofstream* pShare)
 {
-    CReplaySession session(options.sWatch, options.server.sAddress.empty() ? "127.0.0.1" : options.server.sAddress);
+    CReplaySession session(options.sWatch, options.server.sAddress.empty() ? "127.0.0.1" : options.server.sAddress,
+                           headQuarters);
     if (!fillStore(session, vecCaptures, options, pShare))
         return std::nullopt;
+    const bool bSent = session.awaitSent([&](unsigned long ulLeft) {
+        std::cerr << "waiting until " << headQuarters.sAddress << " has the last " << ulLeft << " records\n";
+    });
+    if (!bSent)
+    {
+        (void)refuse("the server " + headQuarters.sAddress +
+                         " has not acknowledged all records of finished calls, and none for a minute",
+                     "\nIs cdscollect running there, with the same --port?");
+        return std::nullopt;
+    }
     const bool bCame = !bWait || session.awaitLastDeliveries([](std::uint64_t ullCame, std::uint64_t ullExpected) {
         std::cerr << "waiting for the last deliveries, 30 to 40 seconds after the calls' ends: " << ullCame << " of "
                   << ullExpected << " came\n";
@@ -131,7 +156,7 @@ bool complain(const CSessionResult& result, const std::string& sWatch)
     return vecComplaints.empty();
 }
 
-int run(const COptions& options)
+EExit run(const COptions& options)
 {
     CServerPlace place("cdsreplay", options.sLogDirectory);
     std::string sError;
@@ -151,15 +176,15 @@ int run(const COptions& options)
             return exit_failed;
         }
     }
-    const auto result =
-        runSession(options.vecCaptures, options, !options.bNoWait, options.sShare.empty() ? nullptr : &share);
+    const auto result = runSession(options.vecCaptures, options, options.headQuarters, !options.bNoWait,
+                                   options.sShare.empty() ? nullptr : &share);
     if (!result)
         return exit_failed;
     bool bDone = complain(*result, options.sWatch);
     std::optional<CComparison> comparison;
     if (!options.sCompare.empty())
     {
-        const auto other = runSession({options.sCompare}, options, false, nullptr);
+        const auto other = runSession({options.sCompare}, options, {}, false, nullptr);
         if (!other)
             return exit_failed;
         bDone = complain(*other, "") && bDone; // what is to be watched was asked of the first
@@ -179,21 +204,5 @@ int main(int argc, char** argv)
     CLI::App app("Replays captures of SIP signalling into the call data store and shows what its registrants get.",
                  "cdsreplay");
     declareOptions(app, options);
-    try
-    {
-        app.parse(argc, argv);
-    }
-    catch (const CLI::ParseError& error)
-    {
-        return app.exit(error) == 0 ? exit_done : exit_misuse; // help and version are no mistakes
-    }
-    try
-    {
-        return run(options);
-    }
-    catch (const std::exception& error)
-    {
-        std::cerr << "cdsreplay: " << error.what() << '\n';
-        return exit_failed;
-    }
+    return runProgram(app, argc, argv, [&] { return run(options); });
 }

@@ -116,6 +116,16 @@ void writeSpeed(std::ostream& out, const CSessionResult& result)
                  "the first with " + codeText(result.lFirstFailure));
 }
 
+void writeHeadQuarters(std::ostream& out, const CSessionResult& result)
+{
+    out << "\nRecords of finished calls, to server " << result.sHeadQuarters << '\n';
+    writeRow(out, "sent", result.cdrs.ullSent, "none is waiting any more");
+    if (result.cdrs.ullTooLarge != 0)
+        writeRow(out, "refused, larger than all that may wait", result.cdrs.ullTooLarge);
+    if (result.cdrs.ullFailed != 0)
+        writeRow(out, "refused by the store", result.cdrs.ullFailed);
+}
+
 void writeRecord(std::ostream& out, const std::string& sRecordID, const CCallRecord& record)
 {
     out << "\nRecord " << printable(sRecordID) << ": " << record.outcome() << " (times in UTC)\n";
@@ -203,11 +213,6 @@ std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords)
     return mapOutcomes;
 }
 
-std::string printable(const std::string& sText)
-{
-    return toUtf8(sText, sText.size() * 3);
-}
-
 std::string timeText(std::uint64_t ullFileTime)
 {
     const std::uint64_t ullMicros = ullFileTime / 10;
@@ -259,6 +264,9 @@ std::vector<std::string> complaints(const CSessionResult& result, const std::str
         vecComplaints.push_back("the store refused " + std::to_string(result.ullFailures) +
                                 " operations, the first with " + codeText(result.lFirstFailure) +
                                 "; the trace log (--log-dir) says more");
+    if (const std::uint64_t ullNotSent = result.cdrs.ullTooLarge + result.cdrs.ullFailed; ullNotSent != 0)
+        vecComplaints.push_back(std::to_string(ullNotSent) + " records of finished calls were not sent; the first is " +
+                                printable(result.cdrs.sFirstComplaint));
     return vecComplaints;
 }
 
@@ -270,6 +278,8 @@ void writeReport(std::ostream& out, const CSessionResult& result, const CCompari
     for (const CCaptureSummary& capture : result.vecCaptures)
         writeCapture(out, capture);
     writeDeliveries(out, result);
+    if (!result.sHeadQuarters.empty())
+        writeHeadQuarters(out, result);
     writeSpeed(out, result);
     if (!result.sWatched.empty())
         writeRecord(out, result.sWatched, result.watched);
@@ -292,6 +302,11 @@ void writeJson(std::ostream& out, const CSessionResult& result, const CCompariso
                            {"all_calls", deliveryJson(result.ullAllDeliveries, result.ullAllChanges)},
                            {"end_of_call", deliveryJson(result.ullEndDeliveries, result.ullEndChanges)}};
     json["waited_for_end_of_call"] = result.bWaited;
+    if (!result.sHeadQuarters.empty())
+        json["head_quarters"] = {{"address", result.sHeadQuarters},
+                                 {"sent", result.cdrs.ullSent},
+                                 {"too_large", result.cdrs.ullTooLarge},
+                                 {"failed", result.cdrs.ullFailed}};
     json["replay_seconds"] = seconds(result.replayTime);
     json["updates_per_second"] = rate(result.ullUpdates, result.replayTime);
     json["store_seconds"] = seconds(result.updateTime);

@@ -37,8 +37,5 @@ void writeJson(std::ostream& out, const CSessionResult& result, const CCompariso
 /// How many calls went how.
 [[nodiscard]] std::map<std::string, std::size_t> outcomes(const CRecordBook& mapRecords);
 
-/// Replaces what a terminal would obey: record IDs come from the network as they are.
-[[nodiscard]] std::string printable(const std::string& sText);
-
 /// A file time as "2026-11-21 00:10:10.061349", UTC.
 [[nodiscard]] std::string timeText(std::uint64_t ullFileTime);

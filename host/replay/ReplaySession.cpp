@@ -13,6 +13,8 @@ namespace {
 constexpr std::chrono::seconds cLastDeliveryLimit{60};
 constexpr std::chrono::seconds cProgressInterval{5};
 constexpr std::chrono::seconds cRegisterLimit{60};
+/// While the head-quarters server is started anew, for example.
+constexpr std::chrono::seconds cSentLimit{60};
 /// Longer than a watcher waits for what it lacks.
 constexpr std::chrono::seconds cLeaveLimit{120};
 
@@ -25,8 +27,8 @@ std::string codeText(long lCode)
     return szText;
 }
 
-CReplaySession::CReplaySession(std::string sWatch, std::string sServerIP)
-    : m_sServerIP(std::move(sServerIP)), m_sWatched(std::move(sWatch))
+CReplaySession::CReplaySession(std::string sWatch, std::string sServerIP, CHeadQuarters headQuarters)
+    : m_sServerIP(std::move(sServerIP)), m_headQuarters(std::move(headQuarters)), m_sWatched(std::move(sWatch))
 {
     if (!m_sWatched.empty() && !m_sWatched.starts_with("sip:"))
         m_sWatched.insert(0, "sip:");
@@ -39,6 +41,7 @@ CReplaySession::~CReplaySession()
     m_pAll.reset();
     m_pEnds.reset();
     m_pShared.reset();
+    m_pSender.reset();
     if (m_pStore != nullptr)
         (void)m_pStore->Finalize(); // cannot fail
 }
@@ -47,9 +50,15 @@ bool CReplaySession::start(bool bShare, std::string* psError)
 {
     CCDSAPI::initLogger();
     m_pStore = std::make_unique<CCDSAPI>();
-    if (bShare)
+    const bool bExchange = bShare || !m_headQuarters.sAddress.empty();
+    if (bExchange)
         m_pShared = std::make_unique<CSharedCalls>(*m_pStore, m_sServerIP);
-    if (const long lResult = bShare ? m_pShared->start() : 0; lResult < 0)
+    if (!m_headQuarters.sAddress.empty())
+        m_pSender = std::make_unique<CCdrSender>(*m_pStore, m_sServerIP, m_headQuarters);
+    long lStarted = bExchange ? m_pShared->start() : 0;
+    if (lStarted >= 0 && m_pSender != nullptr)
+        lStarted = m_pSender->start();
+    if (const long lResult = lStarted; lResult < 0)
     {
         *psError = "the store refuses a registration: " + codeText(lResult);
         return false;
@@ -59,7 +68,7 @@ bool CReplaySession::start(bool bShare, std::string* psError)
         *psError = "the store cannot be started: " + codeText(lResult);
         return false;
     }
-    if (bShare && !m_pShared->exchanging())
+    if (bExchange && !m_pShared->exchanging())
     {
         *psError = "cannot listen on " + m_sServerIP +
                    " for other servers (the port is in use, or the address not this machine's)";
@@ -154,6 +163,8 @@ void CReplaySession::onCallEnd(const std::string& sRecordID)
     // A call's data lives as long as anybody is registered for it: the watcher leaves too, or the end would never come.
     if (sRecordID == m_sWatched)
         m_pOne->stop();
+    if (m_pSender != nullptr)
+        m_pSender->send(sRecordID); // while the intake is still registered for it
     m_pSink->onCallEnd(sRecordID);
 }
 
@@ -171,9 +182,19 @@ bool CReplaySession::awaitLastDeliveries(const std::function<void(std::uint64_t,
     return true;
 }
 
+bool CReplaySession::awaitSent(const std::function<void(unsigned long)>& fnProgress)
+{
+    return m_pSender == nullptr || m_pSender->awaitSent(cSentLimit, fnProgress);
+}
+
 CSessionResult CReplaySession::result() const
 {
     CSessionResult result;
+    if (m_pSender != nullptr)
+    {
+        result.sHeadQuarters = m_headQuarters.sAddress;
+        result.cdrs = m_pSender->counts();
+    }
     result.vecCaptures = m_vecCaptures;
     result.mapRecords = m_pAll->records();
     const CRecordBook mapWatched = m_pOne->records();

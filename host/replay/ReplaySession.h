@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cdr/CdrSender.h"
 #include "replay/Replay.h"
 #include "replay/StoreSink.h"
 #include "replay/Watcher.h"
@@ -32,6 +33,9 @@ struct CSessionResult
     std::uint64_t ullEndChanges = 0;
     bool bWaited = false; ///< for the last deliveries
 
+    std::string sHeadQuarters; ///< where finished calls' records went; empty: nowhere
+    CCdrSender::CCounts cdrs;
+
     std::chrono::nanoseconds replayTime{0}; ///< reading, parsing, mapping, updating, delivering
     std::chrono::nanoseconds updateTime{0}; ///< of that in the store: updating and delivering
 };
@@ -50,7 +54,8 @@ class CReplaySession : private CCallSink
 public:
     /// @param sWatch  Call-ID of the one call, with or without "sip:"; empty: the first that begins
     /// @param sServerIP  this server's address
-    explicit CReplaySession(std::string sWatch, std::string sServerIP = "127.0.0.1");
+    /// @param headQuarters  where the records of ended calls are sent
+    explicit CReplaySession(std::string sWatch, std::string sServerIP = "127.0.0.1", CHeadQuarters headQuarters = {});
     ~CReplaySession();
 
     /// Starts the store.
@@ -81,6 +86,12 @@ public:
     /// @return false when they did not come in time
     bool awaitLastDeliveries(const std::function<void(std::uint64_t, std::uint64_t)>& fnProgress);
 
+    /// Waits until the head-quarters server has acknowledged every record that was sent to it.
+    ///
+    /// @param fnProgress  told how many are left, about every five seconds
+    /// @return false when some are left after a minute in which none left
+    bool awaitSent(const std::function<void(unsigned long)>& fnProgress);
+
     CSessionResult result() const;
 
 private:
@@ -89,6 +100,7 @@ private:
     void onCallEnd(const std::string& sRecordID) override;
 
     const std::string m_sServerIP;
+    const CHeadQuarters m_headQuarters;
     std::string m_sWatched;               // record ID
     std::vector<std::string> m_vecShared; // record IDs
     bool m_bWaited = false;
@@ -100,5 +112,6 @@ private:
     std::unique_ptr<CWatcher> m_pOne;
     std::unique_ptr<CWatcher> m_pAll;
     std::unique_ptr<CWatcher> m_pEnds;
-    std::unique_ptr<CSharedCalls> m_pShared; // null when nothing is shared
+    std::unique_ptr<CSharedCalls> m_pShared; // null when nothing is exchanged with other servers
+    std::unique_ptr<CCdrSender> m_pSender;   // null without head-quarters
 };

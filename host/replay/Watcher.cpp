@@ -1,7 +1,7 @@
 // Registrants of the store.
 #include "replay/Watcher.h"
 
-#include "replay/RecordValues.h"
+#include "calls/RecordValues.h"
 
 #include <utility>
 

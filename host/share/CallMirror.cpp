@@ -2,7 +2,7 @@
 #include "share/CallMirror.h"
 
 #include "CDSCallData.h"
-#include "replay/RecordValues.h"
+#include "calls/RecordValues.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,9 +2,11 @@
 #include "CDSVersion.h"
 #include "replay/ReplayReport.h"
 #include "share/CallMirror.h"
+#include "share/ProgramRun.h"
 #include "share/RecordLines.h"
 #include "share/ServerPlace.h"
 #include "share/SharedCalls.h"
+#include "sip/SipText.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -15,13 +17,6 @@
 #include <unistd.h>
 
 namespace {
-
-enum EExit : int
-{
-    exit_done = 0,
-    exit_failed = 1,
-    exit_misuse = 2
-};
 
 struct COptions
 {
@@ -237,7 +232,7 @@ void writeJson(std::ostream& out, const COptions& options, const CCallMirror& mi
     out << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
-int run(const COptions& options)
+EExit run(const COptions& options)
 {
     CServerPlace place("cdswatch", options.sLogDirectory);
     std::string sError;
@@ -263,21 +258,5 @@ int main(int argc, char** argv)
     CLI::App app("Is a second server: registers for calls of a first, and compares what it got with what that has.",
                  "cdswatch");
     declareOptions(app, options);
-    try
-    {
-        app.parse(argc, argv);
-    }
-    catch (const CLI::ParseError& error)
-    {
-        return app.exit(error) == 0 ? exit_done : exit_misuse; // help and version are no mistakes
-    }
-    try
-    {
-        return run(options);
-    }
-    catch (const std::exception& error)
-    {
-        std::cerr << "cdswatch: " << error.what() << '\n';
-        return exit_failed;
-    }
+    return runProgram(app, argc, argv, [&] { return run(options); });
 }

@@ -120,6 +120,11 @@ std::string toUtf8(std::string_view sText, std::size_t uMaxBytes)
     return sResult;
 }
 
+std::string printable(std::string_view sText)
+{
+    return toUtf8(sText, sText.size() * 3); // a replaced byte becomes three
+}
+
 std::string unquote(std::string_view sText)
 {
     sText = trim(sText);

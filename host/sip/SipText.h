@@ -17,6 +17,9 @@
 /// text longer than the limit is cut before the character that would pass it.
 [[nodiscard]] std::string toUtf8(std::string_view sText, std::size_t uMaxBytes);
 
+/// Replaces what a terminal would obey: what comes from the network is shown as toUtf8 makes it, however long.
+[[nodiscard]] std::string printable(std::string_view sText);
+
 /// Takes quotes and backslash escapes away. A text that is not quoted stays as it is: a backslash means nothing there.
 [[nodiscard]] std::string unquote(std::string_view sText);
 

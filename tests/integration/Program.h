@@ -91,6 +91,13 @@ public:
         return WIFEXITED(nStatus) ? WEXITSTATUS(nStatus) : -1;
     }
 
+    /// Asks it to end in order.
+    void terminate() const
+    {
+        if (m_pid > 0)
+            ::kill(m_pid, SIGTERM);
+    }
+
     /// Ends it at once, without a chance to tidy up.
     void kill()
     {

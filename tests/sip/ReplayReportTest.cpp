@@ -1,4 +1,5 @@
 #include "replay/ReplayReport.h"
+#include "sip/SipText.h"
 
 #include <gmock/gmock.h>
 #include <sstream>

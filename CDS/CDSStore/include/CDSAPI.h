@@ -187,6 +187,10 @@ public:
     /// Sets after how many minutes a CDR is given up when sending fails; 0 by default, at most 71,582.
     void SetCDRDataExpiration(unsigned long ulMinutes);
 
+    /// CDRs that were handed on and are still here: queued, on their way, or waiting until they can be sent. 0 when
+    /// each has been acknowledged, given up, evicted or refused. Takes no lock of the store.
+    unsigned long GetCDRDataCacheCount() const;
+
     /// Starts trace logging; the host calls it before it uses the store.
     static void initLogger();
     /// Ends trace logging; a later trace line starts it again.

@@ -542,6 +542,42 @@ TEST_F(CdrCacheTest, ACdrAfterTheStopIsHarmless)
     EXPECT_THAT(CFakeChannels::sent(), IsEmpty());
 }
 
+TEST_F(CdrCacheTest, WhatWaitsIsCounted)
+{
+    const auto waiting = [this] { return m_server.store().GetCDRDataCacheCount(); };
+    EXPECT_EQ(waiting(), 0U);
+    ASSERT_THAT(queues(ofSize("sip:1", 5)), IsOk());
+    EXPECT_EQ(waiting(), 1U); // queued
+    m_server.starts();
+    CProxyWorld::settle();
+    EXPECT_EQ(waiting(), 1U); // sent
+    hands(ofSize("sip:2", 5));
+    hands(ofSize("sip:2", 5)); // refused
+    EXPECT_EQ(waiting(), 2U);
+    acknowledges(0);
+    EXPECT_EQ(waiting(), 1U);
+    CFakeClock::advanceTicks(1);
+    fails(1); // too old
+    EXPECT_EQ(waiting(), 0U);
+    m_server.store().SetCDRDataCacheSize(100);
+    hands(ofSize("sip:3", 60));
+    hands(ofSize("sip:4", 60)); // evicts it
+    EXPECT_EQ(waiting(), 1U);
+    hands(CNews("sip:5"), "no address");
+    EXPECT_EQ(waiting(), 2U); // one that cannot be sent waits
+}
+
+TEST_F(CdrCacheTest, OneThatNeverFitsIsStillCounted)
+{
+    m_server.starts();
+    m_server.store().SetCDRDataCacheSize(100);
+    ASSERT_THAT(queues(ofSize("sip:1", 101)), IsOk());
+    ASSERT_TRUE(CFakeClock::awaitWaiters(1, 200));
+    EXPECT_EQ(m_server.store().GetCDRDataCacheCount(), 1U);
+    EXPECT_THAT(m_server.stops(), IsOk());
+    EXPECT_EQ(m_server.store().GetCDRDataCacheCount(), 0U);
+}
+
 TEST_F(CdrCacheTest, WithoutARecordNothingIsHandedOn)
 {
     m_server.starts();

@@ -1,5 +1,5 @@
 // From the store's call data to records as plain values.
-#include "replay/RecordValues.h"
+#include "calls/RecordValues.h"
 
 namespace {
 
