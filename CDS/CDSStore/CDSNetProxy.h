@@ -297,7 +297,7 @@ private:
     void dropUnusedClientCall(const CCallbackMsg& msg);
 
     // Distribution.
-    std::string peerRegistrationID(const std::string& sCallID, std::uint32_t dwPeer);
+    CDistributionTable::CEntry peerEntry(const std::string& sCallID, std::uint32_t dwPeer);
     static long bringUpToDate(CCalldataDistribution& entry, CCallData& data);
     long distributeTo(CCalldataDistribution& entry, const std::string& sRegID, CCallbackMsg& msg, CCallData& data);
     long sendDifference(const CCalldataDistribution& entry, const std::string& sRegID, CCallbackMsg& msg,

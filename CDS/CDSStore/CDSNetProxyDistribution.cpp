@@ -46,12 +46,12 @@ bool CCDSNetProxy::reserveDistribution(bool bClient, const std::string& sCallID,
     return true;
 }
 
-/// The ID under which a peer is registered here for a call; "" when it is not.
-std::string CCDSNetProxy::peerRegistrationID(const std::string& sCallID, std::uint32_t dwPeer)
+/// The entry of a peer that is registered here for a call; null when it is not.
+CDistributionTable::CEntry CCDSNetProxy::peerEntry(const std::string& sCallID, std::uint32_t dwPeer)
 {
     const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-    const auto pFound = m_distributions.find(sCallID, dwPeer);
-    return pFound != nullptr && !pFound->m_bClient ? pFound->m_sRegID : std::string();
+    auto pFound = m_distributions.find(sCallID, dwPeer);
+    return pFound != nullptr && !pFound->m_bClient ? pFound : nullptr;
 }
 
 bool CCDSNetProxy::forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr)
@@ -216,15 +216,20 @@ long CCDSNetProxy::unregisterClient(const std::string& sRegID)
 
 long CCDSNetProxy::unregisterClients(unsigned long ulIPAddr)
 {
-    std::vector<std::string> vecRegIDs;
+    std::vector<CDistributionTable::CEntry> vecEntries;
     {
         const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-        for (const auto& pEntry : m_distributions.ofPeer(false, static_cast<std::uint32_t>(ulIPAddr)))
-            vecRegIDs.push_back(pEntry->m_sRegID);
+        vecEntries = m_distributions.ofPeer(false, static_cast<std::uint32_t>(ulIPAddr));
     }
     long lResult = 0;
-    for (const std::string& sRegID : vecRegIDs) // the store calls back, so no lock is held
-        lResult = unregisterClient(sRegID);
+    for (const auto& pEntry : vecEntries) // the store calls back, so no lock is held
+    {
+        if (pEntry->m_sStoreRegID.empty())
+            continue;
+        lResult = unregisterClient(pEntry->m_sStoreRegID);
+        if (lResult != E_CDS_OUTOFMEMORY) // then it still stands
+            pEntry->m_sStoreRegID.clear();
+    }
     return lResult;
 }
 

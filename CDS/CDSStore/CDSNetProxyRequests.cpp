@@ -106,32 +106,38 @@ long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - register");
-    if (const std::string sOldRegID = peerRegistrationID(sCallID, work.m_dwPeer);
-        !sOldRegID.empty() && sOldRegID != sRegID)
-        m_resync.registrationReplaced(sCallID, sOldRegID, work.m_dwPeer);
+    std::string sStoreRegID = sRegID; // here, so that a registration that is made can be noted
     long lResult = addCallDataDistribution(false, sCallID, sRegID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, addCallDataDistribution, work - 0x%08X", uWork);
     if (lResult < 0)
         return lResult;
+    const auto pEntry = peerEntry(sCallID, work.m_dwPeer);
     lResult = registerClient(sRegID, sCallID);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, registerClient, work - 0x%08X", uWork);
-    return lResult < 0 ? lResult : requestCallData(sCallID);
+    if (lResult >= 0)
+    {
+        pEntry->m_sStoreRegID.swap(sStoreRegID);
+        return requestCallData(sCallID);
+    }
+    if (lResult != E_CDS_EXISTS) // it may have been made before the memory ran out
+        (void)unregisterClient(sRegID);
+    return lResult;
 }
 
 long CCDSNetProxy::unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - unregister");
-    // Local registrants have their IDs in the same table: a peer speaks for its own alone.
-    const bool bOwn =
-        peerRegistrationID(sCallID, work.m_dwPeer) == sRegID || m_resync.isReplaced(sCallID, sRegID, work.m_dwPeer);
+    const auto pEntry = peerEntry(sCallID, work.m_dwPeer);
     long lResult = remCallDataDistribution(false, sCallID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, remCallDataDistribution, work - 0x%08X", uWork);
-    if (lResult >= 0)
-    {
-        lResult = bOwn ? unregisterClient(sRegID) : E_CDS_NOTFOUND;
-        CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
-    }
-    m_resync.unregistered(sCallID, sRegID, work.m_dwPeer);
+    // Local registrants have their IDs in the same table: a peer speaks for its own alone. That goes with the entry,
+    // whatever the peer calls it.
+    const bool bRegistered = pEntry != nullptr && !pEntry->m_sStoreRegID.empty();
+    const long lGone = bRegistered ? unregisterClient(pEntry->m_sStoreRegID) : E_CDS_NOTFOUND;
+    const bool bNamed = bRegistered && (pEntry->m_sRegID == sRegID || pEntry->m_sStoreRegID == sRegID);
+    lResult = bNamed ? lGone : E_CDS_NOTFOUND;
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
+    m_resync.entryRemoved(sCallID, work.m_dwPeer);
     return lResult;
 }

@@ -42,7 +42,7 @@ public:
 
 /// A peer that gets a call's changes, and what it has of the call already.
 ///
-/// Threads    the ID is guarded by the proxy's m_csCalls, the call data belongs to the worker.
+/// Threads    the ID is guarded by the proxy's m_csCalls; call data and the store's ID belong to the worker.
 class CCalldataDistribution
 {
 public:
@@ -58,6 +58,9 @@ public:
     std::string m_sRegID; // under which the peer knows the call
     CCDSNetProxy* const m_pProxy;
     std::unique_ptr<CCallData> m_pLastData; // as last exchanged with the peer; null before
+    // Under which the store holds the peer's registration; "" when it holds none. Another one than the peer's when that
+    // has taken a new ID since, and none when the ID that the peer chose was taken: then it is somebody else's.
+    std::string m_sStoreRegID;
 
 private:
     friend class CDistributionTable;

@@ -176,6 +176,37 @@ TEST_F(PeerRequestTest, AReplacedRegistrationIsStillItsPeersOwn)
     EXPECT_THAT(m_server.unregisters("first id"), FailsWith(E_CDS_NOTFOUND));
 }
 
+TEST_F(PeerRequestTest, AnIDThatALocalRegistrantHasStaysItsOwn)
+{
+    m_server.registers("ann", "sip:9", m_server.address());
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1", false));
+    EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_TRUE(CFakeLog::contains("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000002"));
+    EXPECT_EQ(m_server.unregisters("ann"), 0) << "it stood";
+}
+
+TEST_F(PeerRequestTest, AnIDThatALocalRegistrantHasStaysItsOwnWhenItTakesAnEntryOver)
+{
+    m_server.registers("ann", "sip:9", m_server.address());
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1", false));
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND)) << "it went with its entry";
+    EXPECT_EQ(m_server.unregisters("ann"), 0) << "it stood";
+}
+
+TEST_F(PeerRequestTest, ARegistrationGoesWithItsEntryWhateverIDIsNamed)
+{
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("nobody", "10.0.0.1", "sip:1", false));
+    EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND));
+}
+
 TEST_F(PeerRequestTest, CallDataReachesTheRegistrants)
 {
     m_server.registers("ann", "sip:1", "10.0.0.2");
