@@ -112,7 +112,16 @@ long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const
     if (lResult < 0)
         return lResult;
     const auto pEntry = peerEntry(sCallID, work.m_dwPeer);
-    lResult = registerClient(sRegID, sCallID);
+    try
+    {
+        lResult = registerClient(sRegID, sCallID);
+    }
+    catch (...) // by a registrant that hears of it; the registration stands all the same
+    {
+        pEntry->m_sStoreRegID.swap(sStoreRegID);
+        (void)requestCallData(sCallID); // as after any other; what was thrown is told
+        throw;
+    }
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, registerClient, work - 0x%08X", uWork);
     if (lResult >= 0)
     {

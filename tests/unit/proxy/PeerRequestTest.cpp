@@ -300,6 +300,32 @@ TEST_F(PeerRequestTest, ACallbackThatThrowsDoesNotEndTheWorker)
     asks("18;NETREQ_CLIENT_PING");
 }
 
+TEST_F(PeerRequestTest, ACallbackThatThrowsCostsThePeerNothing)
+{
+    static bool s_bThrows = false;
+    struct CThrower
+    {
+        static long callback(CCallbackMsg*)
+        {
+            if (s_bThrows)
+                throw 42;
+            return 0;
+        }
+    };
+    m_server.registers("ann", "sip:1", m_server.address(), "none");
+    m_server.updates("ann", CNews("sip:1").sets("CALLERID", "alice"));
+    ASSERT_EQ(m_server.store().Register(0, "thrower", "10.0.0.1", "sip:9", "@", CThrower::callback, 1), 0);
+    CProxyWorld::settle();
+    s_bThrows = true;
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    s_bThrows = false;
+    EXPECT_TRUE(told("CCDSNetProxy::workerThread - exception, work - 0x"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.2 peer's id: sip:1 CALLERID=alice"));
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND)) << "it left with its peer";
+}
+
 TEST_F(PeerRequestTest, APeerThatLeavesTakesItsRegistrationsWithIt)
 {
     asks(registrationRequest("id 1", "10.0.0.1", "sip:1"));
