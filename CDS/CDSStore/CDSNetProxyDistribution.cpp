@@ -140,8 +140,11 @@ long CCDSNetProxy::sendCallDataDistribution(CCallbackMsg* pMsg)
     for (; uServed < vecEntries.size(); ++uServed)
     {
         lResult = cdsGuarded([&] { return distributeTo(*vecEntries[uServed], vecRegIDs[uServed], *pMsg, *pData); });
-        if (lResult < 0)
+        if (lResult >= 0)
+            continue;
+        if (vecEntries[uServed]->m_bClient || !m_resync.dropLeftBehind(vecEntries[uServed]->m_dwPeer))
             break;
+        lResult = 0; // nobody was there to be served
     }
     // One that cannot be served keeps the change from all behind it, which must not lose it for good.
     for (; uServed < vecEntries.size(); ++uServed)

@@ -55,13 +55,15 @@ void CCDSNetProxyResync::peerLeft(std::uint32_t dwPeer, bool bEntriesStay)
         redistribute(dwPeer);
 }
 
-void CCDSNetProxyResync::peerConnected(std::uint32_t dwPeer)
+bool CCDSNetProxyResync::dropLeftBehind(std::uint32_t dwPeer)
 {
     if (m_setLeftBehind.erase(dwPeer) == 0)
-        return;
+        return false;
     CCDSLogging::logWarning("CCDSNetProxyResync: entries of an earlier connection go, ipaddr 0x%08X", dwPeer);
+    (void)m_pProxy->unregisterClients(dwPeer);              // those that a lack of memory has kept
     (void)m_pProxy->remCallDataDistribution(false, dwPeer); // always 0
     redistribute(dwPeer);
+    return true;
 }
 
 void CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)

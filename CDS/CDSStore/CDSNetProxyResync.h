@@ -37,10 +37,15 @@ public:
     /// A registration was sent again while its unregistration was under way: the owner is told once more.
     void reregisteredInVain(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
 
-    /// A peer has disconnected. When one of its registrations was unknown its entries stay, and would keep its next
-    /// registrations from being made: they go when it connects again.
+    /// A peer has disconnected. When one of its registrations was unknown its entries stay. They would keep others from
+    /// getting a call's changes, and the peer's next registrations from being made: they go when they are found in
+    /// the way, or when the peer connects again.
     void peerLeft(std::uint32_t dwPeer, bool bEntriesStay);
-    void peerConnected(std::uint32_t dwPeer);
+    void peerConnected(std::uint32_t dwPeer) { (void)dropLeftBehind(dwPeer); }
+    /// A peer cannot be served. When its entries are of an earlier connection they go.
+    ///
+    /// @return whether they were
+    bool dropLeftBehind(std::uint32_t dwPeer);
 
     /// A connection event of a peer: what is stale there is distributed again.
     void connectionChanged(std::uint32_t dwPeer) { redistribute(dwPeer); }

@@ -268,6 +268,32 @@ TEST_F(ServersTest, AnUnreachableWatcherDoesNotCostTheOthersTheirChanges)
     settle();
 }
 
+TEST_F(ServersTest, AWatcherThatLeftItsEntriesBehindDoesNotCostTheOthersTheirChanges)
+{
+    CServer c(cC);
+    c.starts();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    c.registers("cleo", "sip:1", cB);
+    settle();
+    m_b.unregisters(m_a.proxy().getClientCall("sip:1")->m_sRegID); // so that the watcher's entry outlives it
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    for (const char* const pszName : {"alice", "bob", "carol"})
+    {
+        writes(pszName);
+        settle();
+    }
+    EXPECT_EQ(c.copyOf("cleo", "sip:1"), "sip:1 CALLERID=carol");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=carol");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    c.stops();
+    settle();
+}
+
 // A registrant that comes while another's leaving is under way.
 
 TEST_F(ServersTest, ARegistrationDuringAnUnregistrationIsServed)

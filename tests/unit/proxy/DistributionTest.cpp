@@ -295,6 +295,43 @@ TEST_F(DistributionTest, PeersBehindAnUnreachableOneAreServedWhenItIsGone)
     EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice"));
 }
 
+TEST_F(DistributionTest, EntriesThatAPeerLeftBehindKeepNobodyFromAChange)
+{
+    CFakeChannels::request("10.0.0.2", registrationRequest("two", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.3", registrationRequest("three", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.4", registrationRequest("four", "10.0.0.1", "sip:1"));
+    CProxyWorld::settle();
+    m_server.unregisters("two"); // by somebody else, so that its entry stays
+    m_server.unregisters("three");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.3");
+    CProxyWorld::settle();
+    proxy().serverStates().set(static_cast<std::uint32_t>(cTwo), 0);
+    proxy().serverStates().set(static_cast<std::uint32_t>(cThree), 0);
+    updates(CNews("sip:1").sets("CALLERID", "alice"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.4 four: sip:1 CALLERID=alice"));
+    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000002"), 1U);
+    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000003"), 1U);
+}
+
+TEST_F(DistributionTest, WhatEntriesLeftBehindKeptFromOthersIsSentWhenTheyGo)
+{
+    CFakeChannels::request("10.0.0.2", registrationRequest("two", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.2", registrationRequest("two too", "10.0.0.1", "sip:2"));
+    CFakeChannels::request("10.0.0.3", registrationRequest("three", "10.0.0.1", "sip:1"));
+    CProxyWorld::settle();
+    proxy().serverStates().set(static_cast<std::uint32_t>(cTwo), 0);
+    updates(CNews("sip:1").sets("CALLERID", "alice")); // before it was seen to leave
+    m_server.unregisters("two too");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(CFakeChannels::sent(), IsEmpty());
+    m_server.registers("bob", "sip:2", m_server.address(), "none");
+    EXPECT_EQ(m_server.updates("bob", CNews("sip:2").sets("CALLERID", "bob")), 0);
+    CProxyWorld::settle();
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice"));
+}
+
 TEST_F(DistributionTest, PeersBehindAnUnreachableOneAreServedWhenItUnregisters)
 {
     CFakeChannels::request("10.0.0.2", registrationRequest("two", "10.0.0.1", "sip:1"));
