@@ -67,8 +67,9 @@ public:
 
     /// Queues a request to a peer.
     ///
-    /// While a connection is being made requests wait; when the peer is known to be down the call fails at once with
-    /// a code that is not worth a retry; CMLIB_NOTHING or CMLIB_TRANSIENT_FAILURE say that the queue is full for now.
+    /// While a connection is being made requests wait; when too much waits, or the peer is known to be down, the call
+    /// fails at once with a code that is not worth a retry. CMLIB_NOTHING or CMLIB_TRANSIENT_FAILURE say that the
+    /// queue is full for now and drains.
     /// A result of 0 or more promises that receiveResponse will report this request ID exactly once.
     virtual long sendRequest(unsigned long ulRequestID, unsigned long ulPeer, unsigned long ulReserved,
                              const char* pBuffer, unsigned long ulLength, unsigned long ulFlags,

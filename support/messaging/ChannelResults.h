@@ -25,6 +25,7 @@ constexpr long E_CHANNEL_SETTINGS = resultOf(0xC1200E09U);  ///< the settings ca
 constexpr long E_CHANNEL_ADDRESS = resultOf(0xC1200E0AU);   ///< the local address cannot be listened on
 constexpr long E_CHANNEL_MEMORY = resultOf(0xC1200E0BU);    ///< out of memory
 constexpr long E_CHANNEL_SYSTEM = resultOf(0xC1200E0CU);    ///< the system refused
+constexpr long E_CHANNEL_FULL = resultOf(0xC1200E0DU);      ///< too much waits for a connection that is being made
 static_assert(E_CHANNEL_STOPPED < 0 && resultOf(CMLIB_NOTHING) < 0);
 
 } // namespace Messaging

@@ -12,6 +12,9 @@ constexpr std::size_t cOpenExchanges = 262'144;
 /// A caller retries a queue that is full for a second. A queue that is full for longer than this loses its peer before
 /// the caller gives up, so that what was refused is known to be lost.
 constexpr std::chrono::milliseconds cLongestRefusal{500};
+/// A full queue of which nothing was taken for so long does not drain: its peer is lost at once, since whoever has
+/// something to send to others waits meanwhile.
+constexpr std::chrono::milliseconds cStuck{100};
 constexpr std::chrono::milliseconds cClockWait{250};
 /// So long after a wait in vain for the clock nobody waits for it.
 constexpr std::chrono::seconds cClockPause{1};
@@ -56,8 +59,9 @@ long CPeer::sendRequest(unsigned long ulRequestID, std::span<const char> body, s
     case idle:
     case connecting: break;
     }
+    // Nothing drains this queue before the connection stands, which is then announced.
     if (m_uWaitingBytes + body.size() > m_parts.settings.dwSendQueueBytes || m_lstWaiting.size() >= cOpenExchanges)
-        return resultOf(CMLIB_NOTHING);
+        return E_CHANNEL_FULL;
     m_lstWaiting.push_back({ulRequestID, tpNow + limit, std::string(body.begin(), body.end())});
     m_uWaitingBytes += body.size();
     if (m_eState == idle)
@@ -70,10 +74,16 @@ long CPeer::refuseForNow(CClock::time_point tpNow)
 {
     if (!m_optRefused)
         m_optRefused = tpNow;
-    if (tpNow - *m_optRefused < cLongestRefusal)
+    if (tpNow - *m_optRefused < cLongestRefusal && !isStuck(tpNow))
         return resultOf(CMLIB_NOTHING);
     m_pSession->endSoon("the peer does not keep up");
     return E_CHANNEL_LOST;
+}
+
+/// Under m_mtx.
+bool CPeer::isStuck(CClock::time_point tpNow)
+{
+    return tpNow - m_pSession->lastTaken() >= cStuck;
 }
 
 /// Under m_mtx.
@@ -353,6 +363,14 @@ void CPeer::tick(CClock::time_point tpNow)
             vecExpired.push_back(it->ulRequestID);
             m_uWaitingBytes -= it->sBody.size();
             it = m_lstWaiting.erase(it);
+        }
+        if (m_pSession && m_optRefused)
+        {
+            // Nobody may try again to find out.
+            if (m_pSession->queued() <= m_parts.settings.dwSendQueueBytes / 2 && !m_exchanges.full())
+                m_optRefused.reset();
+            else if (isStuck(tpNow))
+                m_pSession->endSoon("the peer does not keep up");
         }
         if (m_pSession && tpNow - m_tpPinged >= m_parts.settings.heartbeat)
         {

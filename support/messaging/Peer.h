@@ -69,6 +69,7 @@ private:
     std::chrono::milliseconds jittered(std::chrono::milliseconds pause);
     void endAll(const std::vector<unsigned long>& vecRequests, long lResult);
     long refuseForNow(CClock::time_point tpNow);
+    bool isStuck(CClock::time_point tpNow);
     void askForConnection();
     std::vector<unsigned long> takeWaiting();
 
