@@ -101,7 +101,8 @@ public:
     /// @return 0, or a negative code; Finalize has run then
     long Initialize(const std::string& sIPAddr, CCDSAPI* pCDSAPI);
 
-    /// Stops it. What is queued, waiting or distributed stays, for the next start. 0, from every state.
+    /// Stops it. What is queued, waiting or distributed stays, for the next start, which begins with what the loss of
+    /// every connection entails. 0, from every state.
     long Finalize();
 
     /// Has the proxy's state written to the trace log by the worker.
@@ -232,6 +233,7 @@ private:
 
     // Start and stop.
     long start(const std::string& sIPAddr, CCDSAPI* pCDSAPI);
+    void resumeExchange();
     long startServerChannel();
     long startClientChannel();
     long startReceiveThreads();
@@ -264,6 +266,8 @@ private:
 
     // The queue.
     void appendToQueue(CCDSWork& work, EWorkOp eOp) CDS_REQUIRES(m_csWork);
+    void dropLeftOvers();
+    void failUnanswered();
     SQueued nextWork();
 
     // The worker's dispatch.

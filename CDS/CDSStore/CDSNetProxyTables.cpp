@@ -183,6 +183,12 @@ void CServerStates::set(std::uint32_t dwServer, std::int32_t lState)
     m_mapServerState[dwServer] = lState;
 }
 
+void CServerStates::clear()
+{
+    const std::lock_guard lock(m_mtx);
+    m_mapServerState.clear();
+}
+
 CServerStates::CSnapshot CServerStates::all() const
 {
     const std::lock_guard lock(m_mtx);

@@ -133,6 +133,8 @@ public:
     /// The peer's state; 1 is noted for one that is not known yet.
     std::int32_t findOrAdd(std::uint32_t dwServer);
     void set(std::uint32_t dwServer, std::int32_t lState);
+    /// Forgets all of them.
+    void clear();
     /// By ascending address.
     CSnapshot all() const;
 

@@ -9,6 +9,7 @@
 #include "CDSParamsText.h"
 #include "CDSTraceText.h"
 
+#include <map>
 #include <new>
 
 namespace {
@@ -253,6 +254,35 @@ void CCDSNetProxy::postResponse(unsigned long ulRequestID, EWorkOp eOp, SWorkRes
         std::swap(it->second->m_response, response); // the older one goes outside the lock
     }
     m_evWork.set();
+}
+
+/// Has what came in on connections that are gone end without being handled: a registration would outlive its peer, and
+/// every request has failed for its sender.
+void CCDSNetProxy::dropLeftOvers()
+{
+    const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
+    for (const auto& [dwID, dwUnused] : m_lstWorkQueue)
+    {
+        const auto it = m_mapWork.find(dwID);
+        if (it != m_mapWork.end() && it->second->m_nOp >= WT_OP_SERVER_CLIENTCONNECTED &&
+            it->second->m_nOp <= WT_OP_CLIENT_SERVERCONNECTED)
+            it->second->m_nOp = WT_OP_NONE;
+    }
+}
+
+/// Ends the exchanges whose responses will not come any more, since the channel that they were sent on is gone.
+void CCDSNetProxy::failUnanswered()
+{
+    const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
+    std::map<std::uint32_t, CCDSWork*> mapUnanswered; // ID -> item: in the order they were made
+    for (const auto& [dwID, pWork] : m_mapWork)
+        if (pWork->m_bHandedToChannel && !pWork->m_lstQueueEntry.empty())
+            mapUnanswered.emplace(dwID, pWork.get());
+    for (const auto& [dwID, pWork] : mapUnanswered)
+    {
+        pWork->m_response = {nullptr, 0, E_CDS_NOCHANNEL};
+        appendToQueue(*pWork, WT_OP_CLIENT_RECEIVERESPONSE);
+    }
 }
 
 void CCDSNetProxy::endWork(const std::shared_ptr<CCDSWork>& pWork)
