@@ -3,6 +3,7 @@
 #include "CDSAPI.h"
 #include "CDSLogging.h"
 #include "CDSNetProxy.h"
+#include "CDSNetProxyMessages.h"
 #include "CDSTraceText.h"
 
 namespace {
@@ -136,20 +137,28 @@ long CCDSNetProxy::sendCallDataDistribution(CCallbackMsg* pMsg)
             vecRegIDs.push_back(pEntry->m_sRegID);
     }
     long lResult = 0;
+    long lNotSent = 0;
     std::size_t uServed = 0;
     for (; uServed < vecEntries.size(); ++uServed)
     {
         lResult = cdsGuarded([&] { return distributeTo(*vecEntries[uServed], vecRegIDs[uServed], *pMsg, *pData); });
         if (lResult >= 0)
             continue;
-        if (vecEntries[uServed]->m_bClient || !m_resync.dropLeftBehind(vecEntries[uServed]->m_dwPeer))
+        const CCalldataDistribution& entry = *vecEntries[uServed];
+        if (cdsFailedByMessage(lResult))
+        {
+            // What is too much for this one may be little for the others, who lack less.
+            m_resync.notReached(sCallID, entry.m_dwPeer);
+            lNotSent = lResult;
+        }
+        else if (entry.m_bClient || !m_resync.dropLeftBehind(entry.m_dwPeer))
             break;
-        lResult = 0; // nobody was there to be served
+        lResult = 0; // for this one there is nothing more to do
     }
     // One that cannot be served keeps the change from all behind it, which must not lose it for good.
     for (; uServed < vecEntries.size(); ++uServed)
         m_resync.notReached(sCallID, vecEntries[uServed]->m_dwPeer);
-    return lResult;
+    return lResult < 0 || lNotSent == 0 ? lResult : lNotSent;
 }
 
 /// Sends one peer what it lacks of a call, then notes that it has it.

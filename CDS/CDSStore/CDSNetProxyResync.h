@@ -24,6 +24,10 @@ public:
     /// A call's data may not have reached a peer although its entry says so: the entry forgets what the peer has.
     void exchangeFailed(const std::string& sCallID, std::uint32_t dwPeer);
 
+    /// A call's data has reached a peer: what did not before may do so now.
+    void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer) { entryRemoved(sCallID, dwPeer); }
+    bool isAnythingStale() const noexcept { return !m_mapStale.empty(); }
+
     /// A call's change was not sent to a peer.
     void notReached(const std::string& sCallID, std::uint32_t dwPeer);
 

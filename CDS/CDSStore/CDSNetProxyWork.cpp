@@ -329,7 +329,11 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
             break;
         CPortable::Sleep(cRetryMs); // after the last attempt too
     }
-    m_serverStates.set(pWork->m_dwServer, 0);
+    if (cdsFailedByMessage(lResult)) // no event would make the peer reachable again
+        CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::sendRequest, %s bytes, ipaddr 0x%08X",
+                                std::to_string(pWork->m_sRequest.size() + 1).c_str(), pWork->m_dwServer);
+    else
+        m_serverStates.set(pWork->m_dwServer, 0);
     return lResult;
 }
 

@@ -19,6 +19,18 @@ CRegistrationData* registrationOf(const CCallbackMsg& msg)
     return dynamic_cast<CRegistrationData*>(msg.getCallbackData());
 }
 
+/// The call whose data a request of ours carries; "" when it carries none.
+std::string callIDOfRequest(const CCDSWork& work)
+{
+    std::string sCallID;
+    const auto* const pRecord = work.m_eKind == WORK_KIND_SEND_CLIENT_CALLDATA && work.m_pMsg != nullptr
+                                    ? dynamic_cast<const CCallData*>(work.m_pMsg->getCallbackData())
+                                    : nullptr;
+    if (pRecord != nullptr)
+        (void)pRecord->getCallID(&sCallID); // empty when it fails
+    return sCallID;
+}
+
 /// Runs a step of the worker. What it throws ends the step, never the thread.
 template <class TStep> void guardedStep(const CCDSWork& work, TStep step)
 {
@@ -245,6 +257,8 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
     case WORK_KIND_SEND_CLIENT_CALLDATA:
         if (bFailed)
             onFailedCallData(work);
+        else if (m_resync.isAnythingStale())
+            m_resync.exchangeSucceeded(callIDOfRequest(work), work.m_dwServer);
         break;
     case WORK_KIND_SEND_CLIENT_CDRDATA:
         if (bFailed)
@@ -261,11 +275,7 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
 
 void CCDSNetProxy::onFailedCallData(CCDSWork& work)
 {
-    std::string sCallID;
-    const auto* const pRecord = work.m_eKind == WORK_KIND_SEND_CLIENT_CALLDATA && work.m_pMsg != nullptr
-                                    ? dynamic_cast<const CCallData*>(work.m_pMsg->getCallbackData())
-                                    : nullptr;
-    if (pRecord != nullptr && pRecord->getCallID(&sCallID) >= 0)
+    if (const std::string sCallID = callIDOfRequest(work); !sCallID.empty())
         m_resync.exchangeFailed(sCallID, work.m_dwServer);
 }
 

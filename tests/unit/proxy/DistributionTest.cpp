@@ -188,6 +188,36 @@ TEST_F(DistributionTest, AnyOtherFailureIsTold)
     EXPECT_TRUE(CFakeLog::find("sendCalldataDistribution, work").ends_with(" failed: 0xC1200D55"));
 }
 
+TEST_F(DistributionTest, AMessageThatIsTooLargeForOnePeerCostsNobodyElseAnything)
+{
+    for (const unsigned long ulSetting : {0UL, 1UL})
+    {
+        SCOPED_TRACE(ulSetting);
+        const std::string sCallID = "sip:" + std::to_string(7 + ulSetting);
+        CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", ulSetting);
+        m_server.stops();
+        m_server.starts();
+        m_server.registers(sCallID, sCallID, m_server.address(), "none");
+        EXPECT_EQ(proxy().addCallDataDistribution(false, sCallID, "two", cTwo), 0);
+        EXPECT_EQ(proxy().addCallDataDistribution(false, sCallID, "three", cThree), 0);
+        CFakeChannels::scriptSends({CMLIB_TOO_LARGE});
+        CFakeChannels::forgetTraffic();
+        m_server.updates(sCallID, CNews(sCallID).sets("CALLERID", "alice"));
+        CProxyWorld::settle();
+        EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: " + sCallID + " CALLERID=alice"));
+        CFakeChannels::forgetTraffic();
+        m_server.updates(sCallID, CNews(sCallID).sets("DNIS", "1"));
+        CProxyWorld::settle();
+        EXPECT_THAT(sentInShort(),
+                    ElementsAre("10.0.0.2 two: " + sCallID + " DNIS=1", "10.0.0.3 three: " + sCallID + " DNIS=1"));
+        // Now that something has reached it the rest is tried again.
+        CFakeChannels::confirm(CFakeChannels::sent().front().ulRequestID);
+        CProxyWorld::settle();
+        EXPECT_EQ(sentInShort().size(), 3U);
+        EXPECT_EQ(sentInShort().back(), "10.0.0.2 two: " + sCallID + " CALLERID=alice");
+    }
+}
+
 TEST_F(DistributionTest, AfterAFailureThePeerIsStillOwedTheChange)
 {
     CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
