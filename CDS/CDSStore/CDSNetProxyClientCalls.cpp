@@ -92,10 +92,14 @@ long CCDSNetProxy::countRegistration(const std::string& sCallID, std::uint32_t d
 /// Asks the owner for the call's times, which sets the marks that later answers do not fall behind.
 void CCDSNetProxy::queryTimes(CClientCall& call)
 {
-    // No lock is held: a server that does not answer must not keep others from their calls. The answers are already
-    // noted in the record when they come.
+    // No lock of the proxy's is held: a server that does not answer must not keep others from their calls. The store's
+    // is, so that a server that does not answer is asked once. The answers are already noted in the record when they
+    // come.
     unsigned long long ullTimestamp = 0;
-    (void)m_callback.getCallIDTimestamp(call.m_sCallID, 0, &ullTimestamp); // without an answer the marks stay
+    bool bAnswered = false;
+    (void)m_callback.getCallTime(call.m_sCallID, 0, &ullTimestamp, &bAnswered); // without an answer the marks stay
+    if (!bAnswered)
+        return;
     CCDSTimestamp tsStamp(0, 0);
     (void)m_callback.getCallIDCDSTimestamp(call.m_sCallID, &tsStamp);
 }

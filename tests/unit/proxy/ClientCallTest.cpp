@@ -221,6 +221,13 @@ TEST_F(ClientCallTest, TheOwnerIsAskedForTheTimesBeforeItIsSent)
     EXPECT_EQ(CFakeChannels::timeQueries().size(), 2U);
 }
 
+TEST_F(ClientCallTest, AnOwnerThatDoesNotAnswerIsAskedForTheTimesOnce)
+{
+    CFakeChannels::failPeerTime("10.0.0.2", 0xC1200D11U);
+    registers("ann");
+    EXPECT_THAT(CFakeChannels::timeQueries(), ElementsAre("10.0.0.2", "10.0.0.1"));
+}
+
 TEST_F(ClientCallTest, TheTimesOfACallNeverGoBack)
 {
     CFakeChannels::setPeerTime("10.0.0.2", 5000);
