@@ -299,6 +299,8 @@ private:
     long sendRegistrationOf(const CClientCall& call, CWorkHold& hold, const CSharedMessage& pMsg);
     long reregister(const CClientCall& call, const std::string& sServer);
     void dropUnusedClientCall(const CCallbackMsg& msg);
+    long sendInOrder(std::unique_lock<std::mutex>& order, CCDSWork& work, const std::string& sCallID,
+                     std::uint32_t dwServer);
 
     // Distribution.
     CDistributionTable::CEntry peerEntry(const std::string& sCallID, std::uint32_t dwPeer);
@@ -326,6 +328,8 @@ private:
     // Taken before m_csCalls: keeps the order in which a call's registrations and unregistrations are counted the order
     // in which they are sent.
     std::mutex m_mtxSendOrder;
+    std::string
+        m_sLeaving; // guarded by m_mtxSendOrder: the call whose unregistration is being sent by the worker itself
     CCDSNetProxyResync m_resync; // worker thread only
 
     CPCritSec m_csCDR;                                                // never entered: cached CDRs belong to the worker

@@ -174,13 +174,31 @@ void CDistributionTable::clear() noexcept
 std::int32_t CServerStates::findOrAdd(std::uint32_t dwServer)
 {
     const std::lock_guard lock(m_mtx);
-    return m_mapServerState.try_emplace(dwServer, 1).first->second;
+    return m_mapServerState.try_emplace(dwServer).first->second.lState;
 }
 
 void CServerStates::set(std::uint32_t dwServer, std::int32_t lState)
 {
     const std::lock_guard lock(m_mtx);
-    m_mapServerState[dwServer] = lState;
+    SState& state = m_mapServerState[dwServer];
+    state.lState = lState;
+    if (lState != 0)
+        state.ullEpoch = ++m_ullLastEpoch;
+}
+
+std::uint64_t CServerStates::epoch(std::uint32_t dwServer) const
+{
+    const std::lock_guard lock(m_mtx);
+    const auto it = m_mapServerState.find(dwServer);
+    return it != m_mapServerState.end() ? it->second.ullEpoch : 0;
+}
+
+void CServerStates::setUnreachable(std::uint32_t dwServer, std::uint64_t ullEpoch)
+{
+    const std::lock_guard lock(m_mtx);
+    SState& state = m_mapServerState[dwServer];
+    if (state.ullEpoch == ullEpoch)
+        state.lState = 0;
 }
 
 void CServerStates::clear()
@@ -192,5 +210,8 @@ void CServerStates::clear()
 CServerStates::CSnapshot CServerStates::all() const
 {
     const std::lock_guard lock(m_mtx);
-    return {m_mapServerState.begin(), m_mapServerState.end()};
+    CSnapshot vecStates;
+    for (const auto& [dwServer, state] : m_mapServerState)
+        vecStates.emplace_back(dwServer, state.lState);
+    return vecStates;
 }

@@ -133,12 +133,24 @@ public:
     /// The peer's state; 1 is noted for one that is not known yet.
     std::int32_t findOrAdd(std::uint32_t dwServer);
     void set(std::uint32_t dwServer, std::int32_t lState);
+    /// A number that changes whenever the peer is said to be reachable.
+    std::uint64_t epoch(std::uint32_t dwServer) const;
+    /// Notes that a send failed, unless the peer was said to be reachable since the epoch in which it began: whoever
+    /// waits for the next event would wait in vain then.
+    void setUnreachable(std::uint32_t dwServer, std::uint64_t ullEpoch);
     /// Forgets all of them.
     void clear();
     /// By ascending address.
     CSnapshot all() const;
 
 private:
+    struct SState
+    {
+        std::int32_t lState = 1;
+        std::uint64_t ullEpoch = 0;
+    };
+
     mutable std::mutex m_mtx;
-    std::map<std::uint32_t, std::int32_t> m_mapServerState; // guarded by m_mtx
+    std::map<std::uint32_t, SState> m_mapServerState; // guarded by m_mtx, as the next
+    std::uint64_t m_ullLastEpoch = 0;
 };

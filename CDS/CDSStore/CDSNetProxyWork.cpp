@@ -80,7 +80,7 @@ long CCDSWork::clientReqSendCallbackMsg(unsigned long ulServer)
         const long lResult = buildRequest();
         if (lResult < 0)
             return lResult;
-        if (!m_pProxy->sendsInWorkerThread())
+        if (!m_pProxy->sendsInWorkerThread() && !m_bByWorker)
             return m_pProxy->sendRequest(this);
         return m_pProxy->queueSend(this);
     });
@@ -315,6 +315,7 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
         const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
         pWork->m_bHandedToChannel = true;
     }
+    const std::uint64_t ullEpoch = m_serverStates.epoch(pWork->m_dwServer);
     const auto pChannel = clientChannel();
     long lResult = E_CDS_NOCHANNEL;
     for (int nAttempt = 0; pChannel != nullptr && nAttempt < cAttempts; ++nAttempt)
@@ -333,7 +334,7 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
         CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::sendRequest, %s bytes, ipaddr 0x%08X",
                                 std::to_string(pWork->m_sRequest.size() + 1).c_str(), pWork->m_dwServer);
     else
-        m_serverStates.set(pWork->m_dwServer, 0);
+        m_serverStates.setUnreachable(pWork->m_dwServer, ullEpoch);
     return lResult;
 }
 
