@@ -4,6 +4,7 @@
 #include "CDSBase.h"
 #include "CDSExport.h"
 #include "CDSNetProxyCdr.h"
+#include "CDSNetProxyLimits.h"
 #include "CDSNetProxyResync.h"
 #include "CDSNetProxyTables.h"
 #include "CDSNetProxyTime.h"
@@ -282,6 +283,7 @@ private:
     long onPeerCallData(CCDSWork& work, CCallbackMsg& msg);
     long onPeerCdrData(CCDSWork& work, CReceivedMessage& pMsg);
     long onPeerRegistration(CCDSWork& work, CCallbackMsg& msg);
+    bool mayRegister(std::uint32_t dwPeer, const std::string& sCallID);
     long registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
     long unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
     void onServerConnected(CCDSWork& work);
@@ -330,7 +332,8 @@ private:
     std::mutex m_mtxSendOrder;
     std::string
         m_sLeaving; // guarded by m_mtxSendOrder: the call whose unregistration is being sent by the worker itself
-    CCDSNetProxyResync m_resync; // worker thread only
+    CCDSNetProxyResync m_resync; // worker thread only, as the next
+    CPeerRefusals m_refusals;
 
     CPCritSec m_csCDR;                                                // never entered: cached CDRs belong to the worker
     CCDRCache m_cdrCache;                                             // worker thread only

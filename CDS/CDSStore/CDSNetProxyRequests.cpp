@@ -96,10 +96,28 @@ long CCDSNetProxy::onPeerRegistration(CCDSWork& work, CCallbackMsg& msg)
     (void)pRegistration->getRegID(&sRegID); // always 0, here and below
     (void)pRegistration->getCallID(&sCallID);
     (void)pRegistration->getRegister(&bRegister);
+    if (sRegID.size() > cPeerIDBytes || sCallID.size() > cPeerIDBytes)
+    {
+        m_refusals.note(work.m_dwPeer, "an ID is too long"); // and too long for the log
+        return E_FAIL;
+    }
+    if (bRegister && !mayRegister(work.m_dwPeer, sCallID))
+    {
+        m_refusals.note(work.m_dwPeer, "it has too many");
+        return E_FAIL;
+    }
     CCDSLogging::logWarning(
         "CCDSNetProxy::workerThread, ipaddr=0x%08X, regid=%s, callid=%s, reason=ccbr_registration=%d", work.m_dwPeer,
         sRegID.c_str(), sCallID.c_str(), bRegister ? 1 : 0);
     return bRegister ? registerPeer(work, sRegID, sCallID) : unregisterPeer(work, sRegID, sCallID);
+}
+
+/// Whether a registration of a peer needs no entry beyond those that it may have.
+bool CCDSNetProxy::mayRegister(std::uint32_t dwPeer, const std::string& sCallID)
+{
+    const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    return m_distributions.countOfPeer(false, dwPeer) < cPeerEntries ||
+           m_distributions.find(sCallID, dwPeer) != nullptr;
 }
 
 long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)

@@ -125,17 +125,34 @@ std::vector<CDistributionTable::CEntry> CDistributionTable::ofPeer(bool bClient,
     return vecEntries;
 }
 
+std::size_t CDistributionTable::countOfPeer(bool bClient, std::uint32_t dwPeer) const
+{
+    const auto it = m_mapCounts.find({bClient, dwPeer});
+    return it != m_mapCounts.end() ? it->second : 0;
+}
+
+void CDistributionTable::uncount(bool bClient, std::uint32_t dwPeer) noexcept
+{
+    const auto it = m_mapCounts.find({bClient, dwPeer});
+    if (--it->second == 0)
+        m_mapCounts.erase(it);
+}
+
 void CDistributionTable::add(const CEntry& pEntry)
 {
     pEntry->m_ullSequence = m_ullNextSequence++;
-    const auto it = m_mapEntries.emplace(CKey(pEntry->m_sCallID, pEntry->m_ullSequence), pEntry).first;
+    ++m_mapCounts[{pEntry->m_bClient, pEntry->m_dwPeer}];
+    auto it = m_mapEntries.end();
     try
     {
+        it = m_mapEntries.emplace(CKey(pEntry->m_sCallID, pEntry->m_ullSequence), pEntry).first;
         m_mapPeers.emplace(peerKeyOf(*pEntry), pEntry);
     }
     catch (...)
     {
-        m_mapEntries.erase(it);
+        if (it != m_mapEntries.end())
+            m_mapEntries.erase(it);
+        uncount(pEntry->m_bClient, pEntry->m_dwPeer);
         throw;
     }
 }
@@ -150,6 +167,7 @@ CDistributionTable::CEntry CDistributionTable::remove(bool bClient, const std::s
         CEntry pEntry = it->second; // the keys are its own
         m_mapPeers.erase(peerKeyOf(*pEntry));
         m_mapEntries.erase(it);
+        uncount(bClient, dwPeer);
         return pEntry;
     }
     return nullptr;
@@ -162,6 +180,7 @@ void CDistributionTable::removeOfPeer(bool bClient, std::uint32_t dwPeer, CEntri
     {
         pRemoved->insert(m_mapEntries.extract({it->second->m_sCallID, it->second->m_ullSequence}));
         it = m_mapPeers.erase(it);
+        uncount(bClient, dwPeer);
     }
 }
 
@@ -169,6 +188,7 @@ void CDistributionTable::clear() noexcept
 {
     m_mapPeers.clear();
     m_mapEntries.clear();
+    m_mapCounts.clear();
 }
 
 std::int32_t CServerStates::findOrAdd(std::uint32_t dwServer)

@@ -3,6 +3,7 @@
 #include "CDSCallData.h"
 #include "CDSTimestamp.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -104,6 +105,7 @@ public:
     std::vector<CEntry> ofCall(const std::string& sCallID) const;
     /// By call ID, then as added.
     std::vector<CEntry> ofPeer(bool bClient, std::uint32_t dwPeer) const;
+    std::size_t countOfPeer(bool bClient, std::uint32_t dwPeer) const;
     void add(const CEntry& pEntry);
     /// The first of a call with this flag and peer, taken out; null when there is none.
     CEntry remove(bool bClient, const std::string& sCallID, std::uint32_t dwPeer) noexcept;
@@ -116,9 +118,11 @@ private:
     using CPeerKey = std::tuple<bool, std::uint32_t, std::string_view, std::uint64_t>;
 
     static CPeerKey peerKeyOf(const CCalldataDistribution& entry);
+    void uncount(bool bClient, std::uint32_t dwPeer) noexcept;
 
     CEntries m_mapEntries;
     std::map<CPeerKey, CEntry> m_mapPeers;
+    std::map<std::pair<bool, std::uint32_t>, std::size_t> m_mapCounts; // side and peer -> entries, never 0
     std::uint64_t m_ullNextSequence = 0;
 };
 

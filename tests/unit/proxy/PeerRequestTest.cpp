@@ -207,6 +207,49 @@ TEST_F(PeerRequestTest, ARegistrationGoesWithItsEntryWhateverIDIsNamed)
     EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND));
 }
 
+TEST_F(PeerRequestTest, IDsMayBeSoLongAndNoLonger)
+{
+    const std::string sLong(cPeerIDBytes, 'i');
+    asks(registrationRequest(sLong, "10.0.0.1", "sip:1"));
+    asks(registrationRequest("peer's id", "10.0.0.1", sLong));
+    EXPECT_EQ(m_server.proxy().unregisterClient(sLong), 0) << "it stood";
+    for (int nRequest = 0; nRequest < 5; ++nRequest)
+    {
+        asks(registrationRequest(sLong + "j", "10.0.0.1", "sip:2"));
+        asks(registrationRequest("an id", "10.0.0.1", sLong + "j"));
+        asks(registrationRequest("an id", "10.0.0.1", sLong + "j", false));
+    }
+    asks(registrationRequest("an id", "10.0.0.1", sLong + "j"), "10.0.0.3");
+    EXPECT_THAT(m_server.proxy().unregisterClient(sLong + "j"), FailsWith(E_CDS_NOTFOUND));
+    EXPECT_THAT(m_server.proxy().unregisterClient("an id"), FailsWith(E_CDS_NOTFOUND));
+    const std::string sRefused = "CCDSNetProxy::workerThread, registration refused, ipaddr 0x0A00000";
+    for (const char* const pszTold :
+         {"2, an ID is too long, 1 so far", "2, an ID is too long, 8 so far", "3, an ID is too long, 1 so far"})
+        EXPECT_EQ(CFakeLog::countContaining(sRefused + pszTold), 1U) << pszTold;
+    EXPECT_EQ(CFakeLog::countContaining(sRefused), 5U) << "each twice the one before";
+}
+
+TEST_F(PeerRequestTest, APeerMayHaveSoManyEntriesAndNoMore)
+{
+    for (std::size_t uEntry = 1; uEntry < cPeerEntries; ++uEntry)
+        ASSERT_TRUE(m_server.proxy().reserveDistribution(false, std::to_string(uEntry), "id", 0x0A000002UL));
+    asks(registrationRequest("the last", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("one more", "10.0.0.1", "sip:2"));
+    asks(registrationRequest("another's", "10.0.0.1", "sip:2"), "10.0.0.3");
+    EXPECT_EQ(CFakeLog::countContaining("registration refused, ipaddr 0x0A000002, it has too many, 1 so far"), 1U);
+    EXPECT_THAT(m_server.proxy().unregisterClient("one more"), FailsWith(E_CDS_NOTFOUND));
+    EXPECT_EQ(m_server.proxy().unregisterClient("another's"), 0);
+    // What goes makes room, and what is there may be asked for again.
+    asks(registrationRequest("new id", "10.0.0.1", "sip:1"));
+    EXPECT_FALSE(CFakeLog::contains("it has too many, 2 so far"));
+    asks(registrationRequest("the last", "10.0.0.1", "sip:1", false));
+    asks(registrationRequest("one more", "10.0.0.1", "sip:2"));
+    EXPECT_EQ(m_server.proxy().unregisterClient("one more"), 0);
+    EXPECT_THAT(m_server.proxy().remCallDataDistribution(false, 0x0A000002UL), IsOk());
+    asks(registrationRequest("an id", "10.0.0.1", "sip:3"));
+    EXPECT_EQ(m_server.proxy().unregisterClient("an id"), 0);
+}
+
 TEST_F(PeerRequestTest, CallDataReachesTheRegistrants)
 {
     m_server.registers("ann", "sip:1", "10.0.0.2");
