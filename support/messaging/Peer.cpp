@@ -62,10 +62,10 @@ long CPeer::sendRequest(unsigned long ulRequestID, std::span<const char> body, s
     // Nothing drains this queue before the connection stands, which is then announced.
     if (m_uWaitingBytes + body.size() > m_parts.settings.dwSendQueueBytes || m_lstWaiting.size() >= cOpenExchanges)
         return E_CHANNEL_FULL;
+    if (m_eState == idle)
+        askForConnection(); // first: what cannot be asked for does not wait either
     m_lstWaiting.push_back({ulRequestID, tpNow + limit, std::string(body.begin(), body.end())});
     m_uWaitingBytes += body.size();
-    if (m_eState == idle)
-        askForConnection();
     return 0;
 }
 
@@ -89,9 +89,9 @@ bool CPeer::isStuck(CClock::time_point tpNow)
 /// Under m_mtx.
 void CPeer::askForConnection()
 {
+    asio::post(m_parts.io, [this] { attempt(); }); // which waits for the lock
     m_eState = connecting;
     m_tpAsked = CClock::now();
-    asio::post(m_parts.io, [this] { attempt(); });
 }
 
 long CPeer::sendResponse(std::uint32_t dwSession, std::uint32_t dwExchange, std::span<const char> body)
@@ -188,6 +188,25 @@ void CPeer::goUp(const std::shared_ptr<CSession>& pSession)
     }
     m_timer.cancel();
     m_pause = {};
+    m_nAnnounced = 0;
+    try
+    {
+        begin(pSession);
+    }
+    catch (...) // out of memory half-way: half a beginning is none
+    {
+        pSession->end();
+        const std::lock_guard lock(m_mtx);
+        m_pSession = pSession; // as lost, with what was handed over to it, by the next tick
+        m_eState = connecting;
+        throw;
+    }
+    m_cvClock.notify_all();
+}
+
+/// Lets a session begin. Whoever is waiting is at each moment in one of the two tables.
+void CPeer::begin(const std::shared_ptr<CSession>& pSession)
+{
     pSession->start();
     m_parts.pLog->line("peer " + m_sName + " connected, session " + std::to_string(pSession->number()) +
                        (pSession->accepted() ? ", by the peer" : ", by us"));
@@ -200,18 +219,21 @@ void CPeer::goUp(const std::shared_ptr<CSession>& pSession)
         m_clock.reset();
         m_tpPinged = tpNow;
         (void)pSession->sendPing(m_clock.ping(tpNow));
-        for (const CWaiting& waiting : m_lstWaiting)
+        while (!m_lstWaiting.empty())
         {
-            const std::uint32_t dwExchange = m_exchanges.add(waiting.ulRequestID, waiting.tpDeadline);
+            const std::uint32_t dwExchange =
+                m_exchanges.add(m_lstWaiting.front().ulRequestID, m_lstWaiting.front().tpDeadline);
+            const CWaiting waiting = std::move(m_lstWaiting.front());
+            m_lstWaiting.pop_front();
+            m_uWaitingBytes -= waiting.sBody.size();
             (void)pSession->sendExchange(EFrame::request, dwExchange, {waiting.sBody.data(), waiting.sBody.size()});
         }
-        m_lstWaiting.clear();
-        m_uWaitingBytes = 0;
     }
     // Who hears of it finds it up. What the peer sends comes later on this thread.
     m_parts.requests.connected(m_dwPeer, pSession->number());
+    m_nAnnounced = 1;
     m_parts.changes.connected(m_dwPeer, pSession->number());
-    m_cvClock.notify_all();
+    m_nAnnounced = 2;
 }
 
 void CPeer::onEnded(const std::shared_ptr<CSession>& pSession, const char* pszWhy)
@@ -240,9 +262,13 @@ void CPeer::lose(const char* pszWhy)
 {
     const std::shared_ptr<CSession> pSession = m_pSession;
     pSession->end();
+    std::string sLine;
     std::vector<unsigned long> vecLost;
     {
         const std::lock_guard lock(m_mtx);
+        // First what may fail for want of memory: then the next tick begins this once more.
+        sLine = "peer " + m_sName + " disconnected, session " + std::to_string(pSession->number()) + ": " + pszWhy +
+                ", " + std::to_string(m_exchanges.size()) + " requests unanswered";
         vecLost = m_exchanges.takeAll();
         m_pSession.reset();
         m_eState = connecting;
@@ -251,11 +277,12 @@ void CPeer::lose(const char* pszWhy)
         m_optRefused.reset();
     }
     m_cvClock.notify_all();
-    m_parts.pLog->line("peer " + m_sName + " disconnected, session " + std::to_string(pSession->number()) + ": " +
-                       pszWhy + ", " + std::to_string(vecLost.size()) + " requests unanswered");
+    m_parts.pLog->line(sLine);
     endAll(vecLost, E_CHANNEL_LOST);
-    m_parts.requests.disconnected(m_dwPeer, pSession->number());
-    m_parts.changes.disconnected(m_dwPeer, pSession->number());
+    if (m_nAnnounced > 0)
+        m_parts.requests.disconnected(m_dwPeer, pSession->number());
+    if (m_nAnnounced > 1)
+        m_parts.changes.disconnected(m_dwPeer, pSession->number());
 }
 
 void CPeer::drop(const char* pszWhy)
@@ -282,7 +309,7 @@ void CPeer::drop(const char* pszWhy)
 
 void CPeer::announce(CEventStream* pStream)
 {
-    if (m_pSession)
+    if (m_pSession && m_nAnnounced == 2)
         pStream->connected(m_dwPeer, m_pSession->number());
 }
 
