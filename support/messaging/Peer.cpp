@@ -414,13 +414,13 @@ void CPeer::tick(CClock::time_point tpNow)
 
 void CPeer::onRequest(CSession& session, const CFrame& frame)
 {
-    CEventStream::CItem item;
+    CReceivedItem item;
     item.dwPeer = m_dwPeer;
     item.dwSession = session.number();
     item.dwExchange = frame.dwExchange;
     item.body = CBody(frame.body);
     item.pBudget = session.budget();
-    if (!m_parts.requests.request(std::move(item)))
+    if (!m_parts.requests.add(std::move(item)))
         (void)session.sendExchange(EFrame::refusal, frame.dwExchange, {});
 }
 
@@ -433,7 +433,7 @@ void CPeer::onAnswer(CSession& session, const CFrame& frame)
     }
     if (!optRequestID) // ended before, by its time limit
         return;
-    CEndStream::CItem item;
+    CExchangeEnd item;
     item.dwPeer = m_dwPeer;
     item.ulRequestID = *optRequestID;
     if (frame.eType == EFrame::response)
@@ -445,7 +445,7 @@ void CPeer::onAnswer(CSession& session, const CFrame& frame)
     {
         item.lResult = E_CHANNEL_REFUSED;
     }
-    m_parts.ends.add(std::move(item));
+    (void)m_parts.ends.add(std::move(item)); // a closed stream keeps nothing
 }
 
 void CPeer::onPong(CSession& /*session*/, const CPong& pong)
@@ -460,7 +460,7 @@ void CPeer::onPong(CSession& /*session*/, const CPong& pong)
 void CPeer::endAll(const std::vector<unsigned long>& vecRequests, long lResult)
 {
     for (const unsigned long ulRequestID : vecRequests)
-        m_parts.ends.add({lResult, m_dwPeer, ulRequestID, {}, nullptr});
+        (void)m_parts.ends.add({lResult, m_dwPeer, ulRequestID, {}, nullptr}); // a closed stream keeps nothing
 }
 
 /// Under m_mtx.

@@ -562,7 +562,7 @@ TEST_F(SupportChannelTest, TooMuchForAConnectionThatIsBeingMadeIsRefusedForGood)
 
 TEST_F(SupportChannelTest, APeerThatTakesNothingOfWhatWaitsIsDisconnected)
 {
-    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 2000\n");
+    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 2000\nSendQueueBytes = 33554432\n");
     CRawPeer peer = connect(2);
     ASSERT_TRUE(peer.greet());
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
