@@ -273,20 +273,31 @@ TEST_F(ServersTest, AWatcherThatStopsAndStartsIsWholeAgain)
 
 TEST_F(ServersTest, AStopWhileTheOwnerIsAwayDoesNotKeepTheWatcherFromIt)
 {
-    m_a.registers("ann", "sip:1", cB);
-    settle();
-    CFakeChannels::cutLink(cA, cB);
-    settle();
-    m_a.updates("ann", CNews("sip:1").sets("ANI", "here")); // finds it unreachable
+    m_b.stops();
+    m_a.registers("ann", "sip:1", cB); // finds it unreachable
     settle();
     m_a.stops();
-    CFakeChannels::restoreLink(cA, cB);
+    m_b.starts(); // knows of nobody
     m_a.starts();
     settle();
     writes("alice");
     settle();
-    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 ANI=here CALLERID=alice");
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice");
     EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, AWatcherThatLeavesWhileTheOwnerIsStoppedIsForgotten)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    const std::string sRegID = m_a.proxy().getClientCall("sip:1")->m_sRegID;
+    m_b.stops();
+    m_a.unregisters("ann");
+    settle();
+    m_b.starts();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    EXPECT_THAT(m_b.unregisters(sRegID), FailsWith(E_CDS_NOTFOUND));
 }
 
 TEST_F(ServersTest, AStopDuringAnUnregistrationEndsIt)

@@ -211,6 +211,7 @@ TEST_F(DistributionTest, AMessageThatIsTooLargeForOnePeerCostsNobodyElseAnything
         EXPECT_THAT(sentInShort(),
                     ElementsAre("10.0.0.2 two: " + sCallID + " DNIS=1", "10.0.0.3 three: " + sCallID + " DNIS=1"));
         // Now that something has reached it the rest is tried again.
+        ASSERT_FALSE(CFakeChannels::sent().empty());
         CFakeChannels::confirm(CFakeChannels::sent().front().ulRequestID);
         CProxyWorld::settle();
         EXPECT_EQ(sentInShort().size(), 3U);
