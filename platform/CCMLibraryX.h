@@ -21,6 +21,9 @@ constexpr std::uint32_t CMLIB_SERVER_DISCONNECTED = 0xC1200DB3U; ///< server cha
 constexpr std::uint32_t CMLIB_NOTHING = 0xC1200DB5U; ///< receive: nothing to report; send: the queue is full for now
 constexpr std::uint32_t CMLIB_NOTHING_YET = 0xC1200DD3U;       ///< receive: nothing to report
 constexpr std::uint32_t CMLIB_TRANSIENT_FAILURE = 0xC1200DC3U; ///< send: failed for now, worth another attempt
+// These say something of one message and nothing of its peer, which no event announces afterwards.
+constexpr std::uint32_t CMLIB_TOO_LARGE = 0xC1200E06U; ///< send: the message is larger than a message may be
+constexpr std::uint32_t CMLIB_NO_MEMORY = 0xC1200E0BU; ///< send: there is no memory for it
 
 /// A channel between servers: requests with responses, connection events, and the peers' clocks.
 ///
@@ -67,8 +70,9 @@ public:
 
     /// Queues a request to a peer.
     ///
-    /// While a connection is being made requests wait; when the peer is known to be down the call fails at once with
-    /// a code that is not worth a retry; CMLIB_NOTHING or CMLIB_TRANSIENT_FAILURE say that the queue is full for now.
+    /// While a connection is being made requests wait; when too much waits, or the peer is known to be down, the call
+    /// fails at once with a code that is not worth a retry. CMLIB_NOTHING or CMLIB_TRANSIENT_FAILURE say that the
+    /// queue is full for now and drains.
     /// A result of 0 or more promises that receiveResponse will report this request ID exactly once.
     virtual long sendRequest(unsigned long ulRequestID, unsigned long ulPeer, unsigned long ulReserved,
                              const char* pBuffer, unsigned long ulLength, unsigned long ulFlags,

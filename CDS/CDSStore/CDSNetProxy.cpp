@@ -8,6 +8,7 @@
 #include "KRRegLib.h"
 
 #include <new>
+#include <set>
 
 CCDSNetProxy* g_pCDSNetProxy = nullptr;
 
@@ -76,6 +77,7 @@ long CCDSNetProxy::start(const std::string& sIPAddr, CCDSAPI* pCDSAPI)
 {
     m_sIPAddr = sIPAddr;
     m_pCDSAPI = pCDSAPI;
+    resumeExchange();
     m_pCDSAPI->SetNetProxyCallback(&m_callback);
 
     if (!startThread(workerThread, "CDSNPWker", &m_hWorkerThread, &m_bWorkerRunning))
@@ -94,6 +96,31 @@ long CCDSNetProxy::start(const std::string& sIPAddr, CCDSAPI* pCDSAPI)
     m_sRegID = CCDSAPI::createGUID();
     return m_pCDSAPI->Register(reinterpret_cast<unsigned long>(this), m_sRegID, m_sIPAddr, "*", "@", CDSCallback,
                                cRegistrationTraceID);
+}
+
+/// Queues what makes this server and its peers whole again after a stop, in which every connection was lost and nobody
+/// was there to hear of it: all of it comes before anything that a new connection brings.
+void CCDSNetProxy::resumeExchange()
+{
+    m_serverStates.clear(); // nobody knows any more
+    dropLeftOvers();
+    std::set<std::uint32_t> setPeers;
+    std::set<std::uint32_t> setServers;
+    {
+        const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+        for (const auto& [key, pEntry] : m_distributions.all())
+            if (!pEntry->m_bClient)
+                setPeers.insert(pEntry->m_dwPeer);
+        for (const auto& [sCallID, pCall] : m_clientCalls.all())
+            setServers.insert(pCall->m_dwServer);
+    }
+    for (const auto& [dwObjectID, pEntry] : m_cdrCache.all()) // no worker runs yet
+        setServers.insert(pEntry->m_dwServerIPAddr);
+    for (const std::uint32_t dwPeer : setPeers)
+        queueServerEvent(WT_OP_SERVER_CLIENTDISCONNECTED, dwPeer);
+    failUnanswered();
+    for (const std::uint32_t dwServer : setServers)
+        queueClientConnected(dwServer);
 }
 
 long CCDSNetProxy::startServerChannel()

@@ -4,6 +4,7 @@
 #include "CDSBase.h"
 #include "CDSExport.h"
 #include "CDSNetProxyCdr.h"
+#include "CDSNetProxyLimits.h"
 #include "CDSNetProxyResync.h"
 #include "CDSNetProxyTables.h"
 #include "CDSNetProxyTime.h"
@@ -101,7 +102,8 @@ public:
     /// @return 0, or a negative code; Finalize has run then
     long Initialize(const std::string& sIPAddr, CCDSAPI* pCDSAPI);
 
-    /// Stops it. What is queued, waiting or distributed stays, for the next start. 0, from every state.
+    /// Stops it. What is queued, waiting or distributed stays, for the next start, which begins with what the loss of
+    /// every connection entails. 0, from every state.
     long Finalize();
 
     /// Has the proxy's state written to the trace log by the worker.
@@ -234,6 +236,7 @@ private:
 
     // Start and stop.
     long start(const std::string& sIPAddr, CCDSAPI* pCDSAPI);
+    void resumeExchange();
     long startServerChannel();
     long startClientChannel();
     long startReceiveThreads();
@@ -266,6 +269,8 @@ private:
 
     // The queue.
     void appendToQueue(CCDSWork& work, EWorkOp eOp) CDS_REQUIRES(m_csWork);
+    void dropLeftOvers();
+    void failUnanswered();
     SQueued nextWork();
 
     // The worker's dispatch.
@@ -280,6 +285,7 @@ private:
     long onPeerCallData(CCDSWork& work, CCallbackMsg& msg);
     long onPeerCdrData(CCDSWork& work, CReceivedMessage& pMsg);
     long onPeerRegistration(CCDSWork& work, CCallbackMsg& msg);
+    bool mayRegister(std::uint32_t dwPeer, const std::string& sCallID);
     long registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
     long unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID);
     void onServerConnected(CCDSWork& work);
@@ -297,9 +303,11 @@ private:
     long sendRegistrationOf(const CClientCall& call, CWorkHold& hold, const CSharedMessage& pMsg);
     long reregister(const CClientCall& call, const std::string& sServer);
     void dropUnusedClientCall(const CCallbackMsg& msg);
+    long sendInOrder(std::unique_lock<std::mutex>& order, CCDSWork& work, const std::string& sCallID,
+                     std::uint32_t dwServer);
 
     // Distribution.
-    std::string peerRegistrationID(const std::string& sCallID, std::uint32_t dwPeer);
+    CDistributionTable::CEntry peerEntry(const std::string& sCallID, std::uint32_t dwPeer);
     static long bringUpToDate(CCalldataDistribution& entry, CCallData& data);
     long distributeTo(CCalldataDistribution& entry, const std::string& sRegID, CCallbackMsg& msg, CCallData& data);
     long sendDifference(const CCalldataDistribution& entry, const std::string& sRegID, CCallbackMsg& msg,
@@ -324,7 +332,10 @@ private:
     // Taken before m_csCalls: keeps the order in which a call's registrations and unregistrations are counted the order
     // in which they are sent.
     std::mutex m_mtxSendOrder;
-    CCDSNetProxyResync m_resync; // worker thread only
+    std::string
+        m_sLeaving; // guarded by m_mtxSendOrder: the call whose unregistration is being sent by the worker itself
+    CCDSNetProxyResync m_resync; // worker thread only, as the next
+    CPeerRefusals m_refusals;
 
     CPCritSec m_csCDR;                             // never entered: cached CDRs belong to the worker
     CCDRCache m_cdrCache;                          // worker thread only

@@ -72,11 +72,15 @@ long CCDSNetProxy::countRegistration(const std::string& sCallID, std::uint32_t d
         if (++(*ppCall)->m_lCount != 1)
             return 0;
         *ppWork = newWork();
-        return *ppWork != nullptr ? 0 : E_CDS_OUTOFMEMORY;
+        if (*ppWork == nullptr)
+            return E_CDS_OUTOFMEMORY;
+        (*ppWork)->m_bByWorker = m_sLeaving == sCallID;
+        return 0;
     }
     *ppWork = newWork();
     if (*ppWork == nullptr)
         return E_CDS_OUTOFMEMORY;
+    (*ppWork)->m_bByWorker = m_sLeaving == sCallID;
     const long lResult = cdsGuarded([&] {
         auto pCall = std::make_shared<CClientCall>(this, dwServer, sCallID);
         pCall->m_lCount = 1;
@@ -92,10 +96,14 @@ long CCDSNetProxy::countRegistration(const std::string& sCallID, std::uint32_t d
 /// Asks the owner for the call's times, which sets the marks that later answers do not fall behind.
 void CCDSNetProxy::queryTimes(CClientCall& call)
 {
-    // No lock is held: a server that does not answer must not keep others from their calls. The answers are already
-    // noted in the record when they come.
+    // No lock of the proxy's is held: a server that does not answer must not keep others from their calls. The store's
+    // is, so that a server that does not answer is asked once. The answers are already noted in the record when they
+    // come.
     unsigned long long ullTimestamp = 0;
-    (void)m_callback.getCallIDTimestamp(call.m_sCallID, 0, &ullTimestamp); // without an answer the marks stay
+    bool bAnswered = false;
+    (void)m_callback.getCallTime(call.m_sCallID, 0, &ullTimestamp, &bAnswered); // without an answer the marks stay
+    if (!bAnswered)
+        return;
     CCDSTimestamp tsStamp(0, 0);
     (void)m_callback.getCallIDCDSTimestamp(call.m_sCallID, &tsStamp);
 }
@@ -110,12 +118,14 @@ long CCDSNetProxy::sendRegistrationOf(const CClientCall& call, CWorkHold& hold, 
         setRegID(*pMsg, call.m_sRegID);
         hold->m_eKind = WORK_KIND_SEND_CLIENT_REGISTER;
         hold->m_pMsg = pMsg;
+        const std::uint64_t ullEpoch = m_serverStates.epoch(call.m_dwServer);
         bReserved = reserveDistribution(true, call.m_sCallID, call.m_sRegID, call.m_dwServer);
         const long lSent = hold->clientReqSendCallbackMsg(call.m_dwServer);
         if (lSent < 0)
         {
             const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-            if (bReserved)
+            // A server that was said to be reachable meanwhile has had the registration sent again, and needs it.
+            if (bReserved && m_serverStates.epoch(call.m_dwServer) == ullEpoch)
                 (void)m_distributions.remove(true, call.m_sCallID, call.m_dwServer);
             return lSent;
         }
@@ -148,7 +158,7 @@ long CCDSNetProxy::remClientCall(const CSharedMessage& pMsg)
 long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CSharedMessage& pMsg,
                                        std::uint32_t* pdwDropped)
 {
-    const std::lock_guard order(m_mtxSendOrder);
+    std::unique_lock order(m_mtxSendOrder);
     std::shared_ptr<CClientCall> pCall;
     {
         const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
@@ -167,15 +177,17 @@ long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CShared
     setRegID(*pMsg, pCall->m_sRegID);
     hold->m_eKind = WORK_KIND_SEND_CLIENT_UNREGISTER;
     hold->m_pMsg = pMsg;
-    const long lResult = hold->clientReqSendCallbackMsg(pCall->m_dwServer);
+    const long lResult = sendInOrder(order, *hold.shared(), sCallID, pCall->m_dwServer);
     if (lResult >= 0)
     {
         hold.letGo();
         return lResult;
     }
-    // No exchange will end, and with it the entry: nobody waits for the call here, so it goes now.
+    // No exchange will end, and with it the entry: when nobody waits for the call here it goes now.
     CDistributionTable::CEntry pEntry; // its data goes outside the lock
     const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    if (pCall->m_lCount > 0)
+        return lResult;
     pEntry = m_distributions.remove(true, sCallID, pCall->m_dwServer);
     if (pEntry != nullptr)
         *pdwDropped = pCall->m_dwServer;
@@ -185,7 +197,7 @@ long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CShared
 /// Has a server forget a registration that it knows although nobody waits for the call here any more.
 void CCDSNetProxy::withdrawRegistration(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer)
 {
-    const std::lock_guard order(m_mtxSendOrder); // a registration that comes now is sent later
+    std::unique_lock order(m_mtxSendOrder); // a registration that comes now is sent later
     const auto pChannel = clientChannel();
     if (pChannel == nullptr || getClientCall(sCallID) != nullptr)
         return;
@@ -194,8 +206,25 @@ void CCDSNetProxy::withdrawRegistration(const std::string& sCallID, const std::s
         return;
     hold->m_eKind = WORK_KIND_SEND_CLIENT_UNREGISTER;
     hold->m_pMsg = makeRegistration(sRegID, pChannel->ipAddrToString(dwServer), sCallID, false);
-    if (hold->clientReqSendCallbackMsg(dwServer) >= 0)
+    if (sendInOrder(order, *hold.shared(), sCallID, dwServer) >= 0)
         hold.letGo();
+}
+
+/// Sends an unregistration. A registration of the same call is sent after it, whenever it comes.
+///
+/// @param order  of m_mtxSendOrder; let go while the request leaves on this thread, which may take a while. Others do
+///               not wait for it: a registration of this call is left to the worker, who is busy with this.
+long CCDSNetProxy::sendInOrder(std::unique_lock<std::mutex>& order, CCDSWork& work, const std::string& sCallID,
+                               std::uint32_t dwServer)
+{
+    if (sendsInWorkerThread())
+        return work.clientReqSendCallbackMsg(dwServer); // only queued
+    m_sLeaving = sCallID;
+    order.unlock();
+    const long lResult = work.clientReqSendCallbackMsg(dwServer);
+    order.lock();
+    m_sLeaving.clear();
+    return lResult;
 }
 
 /// Takes the client call of an ended unregistration out of the table, unless it counts registrations again.

@@ -3,6 +3,7 @@
 #include "CDSAPI.h"
 #include "CDSLogging.h"
 #include "CDSNetProxy.h"
+#include "CDSNetProxyMessages.h"
 #include "CDSTraceText.h"
 
 namespace {
@@ -46,12 +47,12 @@ bool CCDSNetProxy::reserveDistribution(bool bClient, const std::string& sCallID,
     return true;
 }
 
-/// The ID under which a peer is registered here for a call; "" when it is not.
-std::string CCDSNetProxy::peerRegistrationID(const std::string& sCallID, std::uint32_t dwPeer)
+/// The entry of a peer that is registered here for a call; null when it is not.
+CDistributionTable::CEntry CCDSNetProxy::peerEntry(const std::string& sCallID, std::uint32_t dwPeer)
 {
     const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-    const auto pFound = m_distributions.find(sCallID, dwPeer);
-    return pFound != nullptr && !pFound->m_bClient ? pFound->m_sRegID : std::string();
+    auto pFound = m_distributions.find(sCallID, dwPeer);
+    return pFound != nullptr && !pFound->m_bClient ? pFound : nullptr;
 }
 
 bool CCDSNetProxy::forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr)
@@ -136,17 +137,28 @@ long CCDSNetProxy::sendCallDataDistribution(CCallbackMsg* pMsg)
             vecRegIDs.push_back(pEntry->m_sRegID);
     }
     long lResult = 0;
+    long lNotSent = 0;
     std::size_t uServed = 0;
     for (; uServed < vecEntries.size(); ++uServed)
     {
         lResult = cdsGuarded([&] { return distributeTo(*vecEntries[uServed], vecRegIDs[uServed], *pMsg, *pData); });
-        if (lResult < 0)
+        if (lResult >= 0)
+            continue;
+        const CCalldataDistribution& entry = *vecEntries[uServed];
+        if (cdsFailedByMessage(lResult))
+        {
+            // What is too much for this one may be little for the others, who lack less.
+            m_resync.notReached(sCallID, entry.m_dwPeer);
+            lNotSent = lResult;
+        }
+        else if (entry.m_bClient || !m_resync.dropLeftBehind(entry.m_dwPeer))
             break;
+        lResult = 0; // for this one there is nothing more to do
     }
     // One that cannot be served keeps the change from all behind it, which must not lose it for good.
     for (; uServed < vecEntries.size(); ++uServed)
         m_resync.notReached(sCallID, vecEntries[uServed]->m_dwPeer);
-    return lResult;
+    return lResult < 0 || lNotSent == 0 ? lResult : lNotSent;
 }
 
 /// Sends one peer what it lacks of a call, then notes that it has it.
@@ -216,15 +228,20 @@ long CCDSNetProxy::unregisterClient(const std::string& sRegID)
 
 long CCDSNetProxy::unregisterClients(unsigned long ulIPAddr)
 {
-    std::vector<std::string> vecRegIDs;
+    std::vector<CDistributionTable::CEntry> vecEntries;
     {
         const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-        for (const auto& pEntry : m_distributions.ofPeer(false, static_cast<std::uint32_t>(ulIPAddr)))
-            vecRegIDs.push_back(pEntry->m_sRegID);
+        vecEntries = m_distributions.ofPeer(false, static_cast<std::uint32_t>(ulIPAddr));
     }
     long lResult = 0;
-    for (const std::string& sRegID : vecRegIDs) // the store calls back, so no lock is held
-        lResult = unregisterClient(sRegID);
+    for (const auto& pEntry : vecEntries) // the store calls back, so no lock is held
+    {
+        if (pEntry->m_sStoreRegID.empty())
+            continue;
+        lResult = unregisterClient(pEntry->m_sStoreRegID);
+        if (lResult != E_CDS_OUTOFMEMORY) // then it still stands
+            pEntry->m_sStoreRegID.clear();
+    }
     return lResult;
 }
 

@@ -2,6 +2,7 @@
 
 #include "CDSNetProxyMessages.h"
 
+#include "CCMLibraryX.h"
 #include "CDSLogging.h"
 #include "CDSTraceText.h"
 
@@ -20,6 +21,12 @@ constexpr unsigned long cSlice = 128;
 constexpr unsigned long cMostSlices = 8192;
 
 } // namespace
+
+bool cdsFailedByMessage(long lResult) noexcept
+{
+    const auto dwCode = static_cast<std::uint32_t>(lResult);
+    return dwCode == CMLIB_TOO_LARGE || dwCode == CMLIB_NO_MEMORY;
+}
 
 bool checkMessage(const char* pBuffer, unsigned long ulSize)
 {

@@ -96,42 +96,75 @@ long CCDSNetProxy::onPeerRegistration(CCDSWork& work, CCallbackMsg& msg)
     (void)pRegistration->getRegID(&sRegID); // always 0, here and below
     (void)pRegistration->getCallID(&sCallID);
     (void)pRegistration->getRegister(&bRegister);
+    if (sRegID.size() > cPeerIDBytes || sCallID.size() > cPeerIDBytes)
+    {
+        m_refusals.note(work.m_dwPeer, "an ID is too long"); // and too long for the log
+        return E_FAIL;
+    }
+    if (bRegister && !mayRegister(work.m_dwPeer, sCallID))
+    {
+        m_refusals.note(work.m_dwPeer, "it has too many");
+        return E_FAIL;
+    }
     CCDSLogging::logWarning(
         "CCDSNetProxy::workerThread, ipaddr=0x%08X, regid=%s, callid=%s, reason=ccbr_registration=%d", work.m_dwPeer,
         sRegID.c_str(), sCallID.c_str(), bRegister ? 1 : 0);
     return bRegister ? registerPeer(work, sRegID, sCallID) : unregisterPeer(work, sRegID, sCallID);
 }
 
+/// Whether a registration of a peer needs no entry beyond those that it may have.
+bool CCDSNetProxy::mayRegister(std::uint32_t dwPeer, const std::string& sCallID)
+{
+    const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    return m_distributions.countOfPeer(false, dwPeer) < cPeerEntries ||
+           m_distributions.find(sCallID, dwPeer) != nullptr;
+}
+
 long CCDSNetProxy::registerPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - register");
-    if (const std::string sOldRegID = peerRegistrationID(sCallID, work.m_dwPeer);
-        !sOldRegID.empty() && sOldRegID != sRegID)
-        m_resync.registrationReplaced(sCallID, sOldRegID, work.m_dwPeer);
+    std::string sStoreRegID = sRegID; // here, so that a registration that is made can be noted
     long lResult = addCallDataDistribution(false, sCallID, sRegID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, addCallDataDistribution, work - 0x%08X", uWork);
     if (lResult < 0)
         return lResult;
-    lResult = registerClient(sRegID, sCallID);
+    const auto pEntry = peerEntry(sCallID, work.m_dwPeer);
+    try
+    {
+        lResult = registerClient(sRegID, sCallID);
+    }
+    catch (...) // by a registrant that hears of it; the registration stands all the same
+    {
+        pEntry->m_sStoreRegID.swap(sStoreRegID);
+        (void)requestCallData(sCallID); // as after any other; what was thrown is told
+        throw;
+    }
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, registerClient, work - 0x%08X", uWork);
-    return lResult < 0 ? lResult : requestCallData(sCallID);
+    if (lResult >= 0)
+    {
+        pEntry->m_sStoreRegID.swap(sStoreRegID);
+        return requestCallData(sCallID);
+    }
+    if (lResult != E_CDS_EXISTS) // it may have been made before the memory ran out
+        (void)unregisterClient(sRegID);
+    return lResult;
 }
 
 long CCDSNetProxy::unregisterPeer(CCDSWork& work, const std::string& sRegID, const std::string& sCallID)
 {
     const unsigned int uWork = cdsIdentity(&work);
     CCDSLogging::logWarning("-- request ccbr_registration - unregister");
-    // Local registrants have their IDs in the same table: a peer speaks for its own alone.
-    const bool bOwn =
-        peerRegistrationID(sCallID, work.m_dwPeer) == sRegID || m_resync.isReplaced(sCallID, sRegID, work.m_dwPeer);
+    const auto pEntry = peerEntry(sCallID, work.m_dwPeer);
     long lResult = remCallDataDistribution(false, sCallID, work.m_dwPeer);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, remCallDataDistribution, work - 0x%08X", uWork);
-    if (lResult >= 0)
-    {
-        lResult = bOwn ? unregisterClient(sRegID) : E_CDS_NOTFOUND;
-        CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
-    }
-    m_resync.unregistered(sCallID, sRegID, work.m_dwPeer);
+    // Local registrants have their IDs in the same table: a peer speaks for its own alone. That goes with the entry,
+    // whatever the peer calls it.
+    const bool bRegistered = pEntry != nullptr && !pEntry->m_sStoreRegID.empty();
+    const long lGone = bRegistered ? unregisterClient(pEntry->m_sStoreRegID) : E_CDS_NOTFOUND;
+    const bool bNamed = bRegistered && (pEntry->m_sRegID == sRegID || pEntry->m_sStoreRegID == sRegID);
+    lResult = bNamed ? lGone : E_CDS_NOTFOUND;
+    CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
+    m_resync.entryRemoved(sCallID, work.m_dwPeer);
     return lResult;
 }

@@ -47,51 +47,23 @@ void CCDSNetProxyResync::reregisteredInVain(const std::string& sCallID, const st
     m_pProxy->withdrawRegistration(sCallID, sRegID, dwServer);
 }
 
-void CCDSNetProxyResync::registrationReplaced(const std::string& sCallID, const std::string& sOldRegID,
-                                              std::uint32_t dwPeer)
-{
-    m_mapReplaced[dwPeer].try_emplace(sCallID, sOldRegID); // those after the first were never the store's
-}
-
-bool CCDSNetProxyResync::isReplaced(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwPeer) const
-{
-    const auto itPeer = m_mapReplaced.find(dwPeer);
-    if (itPeer == m_mapReplaced.end())
-        return false;
-    const auto itCall = itPeer->second.find(sCallID);
-    return itCall != itPeer->second.end() && itCall->second == sRegID;
-}
-
 void CCDSNetProxyResync::peerLeft(std::uint32_t dwPeer, bool bEntriesStay)
 {
-    if (const auto node = m_mapReplaced.extract(dwPeer); !node.empty())
-        for (const auto& [sCallID, sRegID] : node.mapped())
-            (void)m_pProxy->unregisterClient(sRegID); // unknown when the peer has unregistered it since
     if (bEntriesStay)
         m_setLeftBehind.insert(dwPeer);
     else
         redistribute(dwPeer);
 }
 
-void CCDSNetProxyResync::peerConnected(std::uint32_t dwPeer)
+bool CCDSNetProxyResync::dropLeftBehind(std::uint32_t dwPeer)
 {
     if (m_setLeftBehind.erase(dwPeer) == 0)
-        return;
+        return false;
     CCDSLogging::logWarning("CCDSNetProxyResync: entries of an earlier connection go, ipaddr 0x%08X", dwPeer);
+    (void)m_pProxy->unregisterClients(dwPeer);              // those that a lack of memory has kept
     (void)m_pProxy->remCallDataDistribution(false, dwPeer); // always 0
     redistribute(dwPeer);
-}
-
-void CCDSNetProxyResync::unregistered(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwPeer)
-{
-    if (const auto itPeer = m_mapReplaced.find(dwPeer); itPeer != m_mapReplaced.end())
-    {
-        if (const auto node = itPeer->second.extract(sCallID); !node.empty() && node.mapped() != sRegID)
-            (void)m_pProxy->unregisterClient(node.mapped()); // the store logs it
-        if (itPeer->second.empty())
-            m_mapReplaced.erase(itPeer);
-    }
-    entryRemoved(sCallID, dwPeer);
+    return true;
 }
 
 void CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)

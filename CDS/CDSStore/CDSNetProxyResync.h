@@ -15,8 +15,7 @@ class CCDSNetProxy;
 /// the call's whole data, of which each peer is sent what it lacks.
 ///
 /// Threads    worker thread only.
-/// Bounded    remembers at most one mark and one registration for a call and peer that share a distribution entry; they
-///            go with the entry.
+/// Bounded    remembers at most one mark for a call and peer that share a distribution entry; it goes with the entry.
 class CCDSNetProxyResync
 {
 public:
@@ -24,6 +23,10 @@ public:
 
     /// A call's data may not have reached a peer although its entry says so: the entry forgets what the peer has.
     void exchangeFailed(const std::string& sCallID, std::uint32_t dwPeer);
+
+    /// A call's data has reached a peer: what did not before may do so now.
+    void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer) { entryRemoved(sCallID, dwPeer); }
+    bool isAnythingStale() const noexcept { return !m_mapStale.empty(); }
 
     /// A call's change was not sent to a peer.
     void notReached(const std::string& sCallID, std::uint32_t dwPeer);
@@ -38,16 +41,15 @@ public:
     /// A registration was sent again while its unregistration was under way: the owner is told once more.
     void reregisteredInVain(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
 
-    /// A peer registers for a call anew, under another ID: the store keeps the first one, which goes with the peer's
-    /// entry or with the peer.
-    void registrationReplaced(const std::string& sCallID, const std::string& sOldRegID, std::uint32_t dwPeer);
-    /// Whether the store holds this registration of a peer under whose entry stands another one.
-    bool isReplaced(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwPeer) const;
-
-    /// A peer has disconnected. When one of its registrations was unknown its entries stay, and would keep its next
-    /// registrations from being made: they go when it connects again.
+    /// A peer has disconnected. When one of its registrations was unknown its entries stay. They would keep others from
+    /// getting a call's changes, and the peer's next registrations from being made: they go when they are found in
+    /// the way, or when the peer connects again.
     void peerLeft(std::uint32_t dwPeer, bool bEntriesStay);
-    void peerConnected(std::uint32_t dwPeer);
+    void peerConnected(std::uint32_t dwPeer) { (void)dropLeftBehind(dwPeer); }
+    /// A peer cannot be served. When its entries are of an earlier connection they go.
+    ///
+    /// @return whether they were
+    bool dropLeftBehind(std::uint32_t dwPeer);
 
     /// A connection event of a peer: what is stale there is distributed again.
     void connectionChanged(std::uint32_t dwPeer) { redistribute(dwPeer); }
@@ -55,14 +57,10 @@ public:
     /// A peer's entry is gone: whom it kept from getting the call's changes gets them.
     void entryRemoved(const std::string& sCallID, std::uint32_t dwPeer);
 
-    /// A peer has ended a registration, and its entry is gone: so is the registration that was replaced under it.
-    void unregistered(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwPeer);
-
 private:
     void redistribute(std::uint32_t dwPeer);
 
     CCDSNetProxy* const m_pProxy;
-    std::map<std::uint32_t, std::set<std::string>> m_mapStale;                 // peer -> calls
-    std::map<std::uint32_t, std::map<std::string, std::string>> m_mapReplaced; // peer -> call -> its registration
-    std::set<std::uint32_t> m_setLeftBehind;                                   // peers whose entries stayed
+    std::map<std::uint32_t, std::set<std::string>> m_mapStale; // peer -> calls
+    std::set<std::uint32_t> m_setLeftBehind;                   // peers whose entries stayed
 };

@@ -125,17 +125,34 @@ std::vector<CDistributionTable::CEntry> CDistributionTable::ofPeer(bool bClient,
     return vecEntries;
 }
 
+std::size_t CDistributionTable::countOfPeer(bool bClient, std::uint32_t dwPeer) const
+{
+    const auto it = m_mapCounts.find({bClient, dwPeer});
+    return it != m_mapCounts.end() ? it->second : 0;
+}
+
+void CDistributionTable::uncount(bool bClient, std::uint32_t dwPeer) noexcept
+{
+    const auto it = m_mapCounts.find({bClient, dwPeer});
+    if (--it->second == 0)
+        m_mapCounts.erase(it);
+}
+
 void CDistributionTable::add(const CEntry& pEntry)
 {
     pEntry->m_ullSequence = m_ullNextSequence++;
-    const auto it = m_mapEntries.emplace(CKey(pEntry->m_sCallID, pEntry->m_ullSequence), pEntry).first;
+    ++m_mapCounts[{pEntry->m_bClient, pEntry->m_dwPeer}];
+    auto it = m_mapEntries.end();
     try
     {
+        it = m_mapEntries.emplace(CKey(pEntry->m_sCallID, pEntry->m_ullSequence), pEntry).first;
         m_mapPeers.emplace(peerKeyOf(*pEntry), pEntry);
     }
     catch (...)
     {
-        m_mapEntries.erase(it);
+        if (it != m_mapEntries.end())
+            m_mapEntries.erase(it);
+        uncount(pEntry->m_bClient, pEntry->m_dwPeer);
         throw;
     }
 }
@@ -150,6 +167,7 @@ CDistributionTable::CEntry CDistributionTable::remove(bool bClient, const std::s
         CEntry pEntry = it->second; // the keys are its own
         m_mapPeers.erase(peerKeyOf(*pEntry));
         m_mapEntries.erase(it);
+        uncount(bClient, dwPeer);
         return pEntry;
     }
     return nullptr;
@@ -162,6 +180,7 @@ void CDistributionTable::removeOfPeer(bool bClient, std::uint32_t dwPeer, CEntri
     {
         pRemoved->insert(m_mapEntries.extract({it->second->m_sCallID, it->second->m_ullSequence}));
         it = m_mapPeers.erase(it);
+        uncount(bClient, dwPeer);
     }
 }
 
@@ -169,22 +188,50 @@ void CDistributionTable::clear() noexcept
 {
     m_mapPeers.clear();
     m_mapEntries.clear();
+    m_mapCounts.clear();
 }
 
 std::int32_t CServerStates::findOrAdd(std::uint32_t dwServer)
 {
     const std::lock_guard lock(m_mtx);
-    return m_mapServerState.try_emplace(dwServer, 1).first->second;
+    return m_mapServerState.try_emplace(dwServer).first->second.lState;
 }
 
 void CServerStates::set(std::uint32_t dwServer, std::int32_t lState)
 {
     const std::lock_guard lock(m_mtx);
-    m_mapServerState[dwServer] = lState;
+    SState& state = m_mapServerState[dwServer];
+    state.lState = lState;
+    if (lState != 0)
+        state.ullEpoch = ++m_ullLastEpoch;
+}
+
+std::uint64_t CServerStates::epoch(std::uint32_t dwServer) const
+{
+    const std::lock_guard lock(m_mtx);
+    const auto it = m_mapServerState.find(dwServer);
+    return it != m_mapServerState.end() ? it->second.ullEpoch : 0;
+}
+
+void CServerStates::setUnreachable(std::uint32_t dwServer, std::uint64_t ullEpoch)
+{
+    const std::lock_guard lock(m_mtx);
+    SState& state = m_mapServerState[dwServer];
+    if (state.ullEpoch == ullEpoch)
+        state.lState = 0;
+}
+
+void CServerStates::clear()
+{
+    const std::lock_guard lock(m_mtx);
+    m_mapServerState.clear();
 }
 
 CServerStates::CSnapshot CServerStates::all() const
 {
     const std::lock_guard lock(m_mtx);
-    return {m_mapServerState.begin(), m_mapServerState.end()};
+    CSnapshot vecStates;
+    for (const auto& [dwServer, state] : m_mapServerState)
+        vecStates.emplace_back(dwServer, state.lState);
+    return vecStates;
 }

@@ -3,6 +3,7 @@
 #include "CDSCallData.h"
 #include "CDSTimestamp.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -42,7 +43,7 @@ public:
 
 /// A peer that gets a call's changes, and what it has of the call already.
 ///
-/// Threads    the ID is guarded by the proxy's m_csCalls, the call data belongs to the worker.
+/// Threads    the ID is guarded by the proxy's m_csCalls; call data and the store's ID belong to the worker.
 class CCalldataDistribution
 {
 public:
@@ -58,6 +59,9 @@ public:
     std::string m_sRegID; // under which the peer knows the call
     CCDSNetProxy* const m_pProxy;
     std::unique_ptr<CCallData> m_pLastData; // as last exchanged with the peer; null before
+    // Under which the store holds the peer's registration; "" when it holds none. Another one than the peer's when that
+    // has taken a new ID since, and none when the ID that the peer chose was taken: then it is somebody else's.
+    std::string m_sStoreRegID;
 
 private:
     friend class CDistributionTable;
@@ -101,6 +105,7 @@ public:
     std::vector<CEntry> ofCall(const std::string& sCallID) const;
     /// By call ID, then as added.
     std::vector<CEntry> ofPeer(bool bClient, std::uint32_t dwPeer) const;
+    std::size_t countOfPeer(bool bClient, std::uint32_t dwPeer) const;
     void add(const CEntry& pEntry);
     /// The first of a call with this flag and peer, taken out; null when there is none.
     CEntry remove(bool bClient, const std::string& sCallID, std::uint32_t dwPeer) noexcept;
@@ -113,9 +118,11 @@ private:
     using CPeerKey = std::tuple<bool, std::uint32_t, std::string_view, std::uint64_t>;
 
     static CPeerKey peerKeyOf(const CCalldataDistribution& entry);
+    void uncount(bool bClient, std::uint32_t dwPeer) noexcept;
 
     CEntries m_mapEntries;
     std::map<CPeerKey, CEntry> m_mapPeers;
+    std::map<std::pair<bool, std::uint32_t>, std::size_t> m_mapCounts; // side and peer -> entries, never 0
     std::uint64_t m_ullNextSequence = 0;
 };
 
@@ -130,10 +137,24 @@ public:
     /// The peer's state; 1 is noted for one that is not known yet.
     std::int32_t findOrAdd(std::uint32_t dwServer);
     void set(std::uint32_t dwServer, std::int32_t lState);
+    /// A number that changes whenever the peer is said to be reachable.
+    std::uint64_t epoch(std::uint32_t dwServer) const;
+    /// Notes that a send failed, unless the peer was said to be reachable since the epoch in which it began: whoever
+    /// waits for the next event would wait in vain then.
+    void setUnreachable(std::uint32_t dwServer, std::uint64_t ullEpoch);
+    /// Forgets all of them.
+    void clear();
     /// By ascending address.
     CSnapshot all() const;
 
 private:
+    struct SState
+    {
+        std::int32_t lState = 1;
+        std::uint64_t ullEpoch = 0;
+    };
+
     mutable std::mutex m_mtx;
-    std::map<std::uint32_t, std::int32_t> m_mapServerState; // guarded by m_mtx
+    std::map<std::uint32_t, SState> m_mapServerState; // guarded by m_mtx, as the next
+    std::uint64_t m_ullLastEpoch = 0;
 };

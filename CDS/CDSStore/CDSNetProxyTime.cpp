@@ -29,12 +29,20 @@ long CDSNetProxyCallbackImpl::getServerTimestamp(unsigned long ulServer, int /*n
 long CDSNetProxyCallbackImpl::getCallIDTimestamp(const std::string& sCallID, int nNoLocalFallback,
                                                  unsigned long long* pullTimestamp)
 {
+    return getCallTime(sCallID, nNoLocalFallback, pullTimestamp, nullptr);
+}
+
+long CDSNetProxyCallbackImpl::getCallTime(const std::string& sCallID, int nNoLocalFallback,
+                                          unsigned long long* pullTimestamp, bool* pbOwnerAnswered)
+{
     *pullTimestamp = 0;
     // The record may go while its owner is asked; it is held, so that the answer still never goes back.
     const auto pCall = m_pProxy->getClientCall(sCallID);
     if (pCall == nullptr)
         return getServerTimestamp(m_pProxy->address(), 0, pullTimestamp);
     long lResult = getServerTimestamp(pCall->m_dwServer, 0, pullTimestamp);
+    if (pbOwnerAnswered != nullptr)
+        *pbOwnerAnswered = lResult >= 0;
     if (lResult < 0 && nNoLocalFallback == 0)
         lResult = getServerTimestamp(m_pProxy->address(), 0, pullTimestamp);
     if (*pullTimestamp != 0)

@@ -18,6 +18,11 @@ public:
     /// @param nNoLocalFallback  0: when the call's owner does not answer, this server's clock does
     long getCallIDTimestamp(const std::string& sCallID, int nNoLocalFallback,
                             unsigned long long* pullTimestamp) override;
+    /// The same.
+    ///
+    /// @param pbOwnerAnswered  out, may be null: whether the call's owner did
+    long getCallTime(const std::string& sCallID, int nNoLocalFallback, unsigned long long* pullTimestamp,
+                     bool* pbOwnerAnswered);
     long getCallIDCDSTimestamp(const std::string& sCallID, CCDSTimestamp* ptsStamp) override;
     long getServerTickCount(unsigned long ulServer, int nReserved, unsigned long* pulTickCount) override;
     long getServerTimestamp(unsigned long ulServer, int nReserved, unsigned long long* pullTimestamp) override;

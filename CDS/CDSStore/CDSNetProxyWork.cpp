@@ -9,6 +9,7 @@
 #include "CDSParamsText.h"
 #include "CDSTraceText.h"
 
+#include <map>
 #include <new>
 
 namespace {
@@ -79,7 +80,7 @@ long CCDSWork::clientReqSendCallbackMsg(unsigned long ulServer)
         const long lResult = buildRequest();
         if (lResult < 0)
             return lResult;
-        if (!m_pProxy->sendsInWorkerThread())
+        if (!m_pProxy->sendsInWorkerThread() && !m_bByWorker)
             return m_pProxy->sendRequest(this);
         return m_pProxy->queueSend(this);
     });
@@ -255,6 +256,35 @@ void CCDSNetProxy::postResponse(unsigned long ulRequestID, EWorkOp eOp, SWorkRes
     m_evWork.set();
 }
 
+/// Has what came in on connections that are gone end without being handled: a registration would outlive its peer, and
+/// every request has failed for its sender.
+void CCDSNetProxy::dropLeftOvers()
+{
+    const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
+    for (const auto& [dwID, dwUnused] : m_lstWorkQueue)
+    {
+        const auto it = m_mapWork.find(dwID);
+        if (it != m_mapWork.end() && it->second->m_nOp >= WT_OP_SERVER_CLIENTCONNECTED &&
+            it->second->m_nOp <= WT_OP_CLIENT_SERVERCONNECTED)
+            it->second->m_nOp = WT_OP_NONE;
+    }
+}
+
+/// Ends the exchanges whose responses will not come any more, since the channel that they were sent on is gone.
+void CCDSNetProxy::failUnanswered()
+{
+    const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
+    std::map<std::uint32_t, CCDSWork*> mapUnanswered; // ID -> item: in the order they were made
+    for (const auto& [dwID, pWork] : m_mapWork)
+        if (pWork->m_bHandedToChannel && !pWork->m_lstQueueEntry.empty())
+            mapUnanswered.emplace(dwID, pWork.get());
+    for (const auto& [dwID, pWork] : mapUnanswered)
+    {
+        pWork->m_response = {nullptr, 0, E_CDS_NOCHANNEL};
+        appendToQueue(*pWork, WT_OP_CLIENT_RECEIVERESPONSE);
+    }
+}
+
 void CCDSNetProxy::endWork(const std::shared_ptr<CCDSWork>& pWork)
 {
     {
@@ -285,6 +315,7 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
         const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
         pWork->m_bHandedToChannel = true;
     }
+    const std::uint64_t ullEpoch = m_serverStates.epoch(pWork->m_dwServer);
     const auto pChannel = clientChannel();
     long lResult = E_CDS_NOCHANNEL;
     for (int nAttempt = 0; pChannel != nullptr && nAttempt < cAttempts; ++nAttempt)
@@ -299,7 +330,11 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
             break;
         CPortable::Sleep(cRetryMs); // after the last attempt too
     }
-    m_serverStates.set(pWork->m_dwServer, 0);
+    if (cdsFailedByMessage(lResult)) // no event would make the peer reachable again
+        CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::sendRequest, %s bytes, ipaddr 0x%08X",
+                                std::to_string(pWork->m_sRequest.size() + 1).c_str(), pWork->m_dwServer);
+    else
+        m_serverStates.setUnreachable(pWork->m_dwServer, ullEpoch);
     return lResult;
 }
 

@@ -97,7 +97,8 @@ public:
 
     // Our request.
     std::uint32_t m_dwServer = 0;
-    std::string m_sRequest; // its terminator is sent too
+    std::string m_sRequest;   // its terminator is sent too
+    bool m_bByWorker = false; // it has to be sent by the worker, whatever is configured
 
     // A peer's request.
     std::uint32_t m_dwPeer = 0; // also of a connection event

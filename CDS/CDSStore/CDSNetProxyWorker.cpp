@@ -19,6 +19,7 @@ CRegistrationData* registrationOf(const CCallbackMsg& msg)
     return dynamic_cast<CRegistrationData*>(msg.getCallbackData());
 }
 
+<<<<<<< HEAD
 /// Counts something until it goes; may be without anything to count.
 class CCount
 {
@@ -41,6 +42,19 @@ public:
 private:
     std::atomic<unsigned long>* m_pulCount;
 };
+=======
+/// The call whose data a request of ours carries; "" when it carries none.
+std::string callIDOfRequest(const CCDSWork& work)
+{
+    std::string sCallID;
+    const auto* const pRecord = work.m_eKind == WORK_KIND_SEND_CLIENT_CALLDATA && work.m_pMsg != nullptr
+                                    ? dynamic_cast<const CCallData*>(work.m_pMsg->getCallbackData())
+                                    : nullptr;
+    if (pRecord != nullptr)
+        (void)pRecord->getCallID(&sCallID); // empty when it fails
+    return sCallID;
+}
+>>>>>>> heal
 
 /// Runs a step of the worker. What it throws ends the step, never the thread.
 template <class TStep> void guardedStep(const CCDSWork& work, TStep step)
@@ -272,6 +286,8 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
     case WORK_KIND_SEND_CLIENT_CALLDATA:
         if (bFailed)
             onFailedCallData(work);
+        else if (m_resync.isAnythingStale())
+            m_resync.exchangeSucceeded(callIDOfRequest(work), work.m_dwServer);
         break;
     case WORK_KIND_SEND_CLIENT_CDRDATA:
         if (bFailed)
@@ -288,11 +304,7 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
 
 void CCDSNetProxy::onFailedCallData(CCDSWork& work)
 {
-    std::string sCallID;
-    const auto* const pRecord = work.m_eKind == WORK_KIND_SEND_CLIENT_CALLDATA && work.m_pMsg != nullptr
-                                    ? dynamic_cast<const CCallData*>(work.m_pMsg->getCallbackData())
-                                    : nullptr;
-    if (pRecord != nullptr && pRecord->getCallID(&sCallID) >= 0)
+    if (const std::string sCallID = callIDOfRequest(work); !sCallID.empty())
         m_resync.exchangeFailed(sCallID, work.m_dwServer);
 }
 

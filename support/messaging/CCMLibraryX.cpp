@@ -10,6 +10,7 @@
 #include <new>
 
 using Messaging::CNode;
+using Messaging::CPeerClock;
 
 struct CCMLibraryX::CState
 {
@@ -51,6 +52,18 @@ void handOut(Messaging::CBody* pBody, char** ppBuffer, unsigned long* pulSize)
 {
     *pulSize = static_cast<unsigned long>(pBody->uSize);
     *ppBuffer = pBody->pBytes.release();
+}
+
+/// Hands out what a peer's clocks show, if it can be told.
+template <typename HandOut> long readClock(const std::shared_ptr<CNode>& pNode, unsigned long ulPeer, HandOut handOut)
+{
+    if (!pNode)
+        return Messaging::E_CHANNEL_STOPPED;
+    CPeerClock::CReading reading;
+    const long lResult = pNode->readClock(static_cast<std::uint32_t>(ulPeer), &reading);
+    if (lResult >= 0)
+        handOut(reading);
+    return lResult;
 }
 
 bool isBuffer(const char* pBuffer, unsigned long ulLength)
@@ -145,7 +158,7 @@ long CCMLibraryX::receiveResponse(unsigned long* pulPeer, unsigned long* pulRequ
 {
     return guarded([&] {
         const auto pNode = m_pState->node();
-        Messaging::CEndStream::CItem item;
+        Messaging::CExchangeEnd item;
         if (!pNode || m_pState->eRole != CNode::client || !pNode->parts().ends.fetch(&item))
             return Messaging::resultOf(CMLIB_NOTHING);
         *pulPeer = item.dwPeer;
@@ -163,7 +176,7 @@ long CCMLibraryX::receiveRequest(unsigned long* pulPeer, unsigned long* pulConte
         if (!pNode)
             return Messaging::resultOf(CMLIB_NOTHING);
         Messaging::CNodeParts& parts = pNode->parts();
-        Messaging::CEventStream::CItem item;
+        Messaging::CReceivedItem item;
         if (!(m_pState->eRole == CNode::server ? parts.requests : parts.changes).fetch(&item))
             return Messaging::resultOf(CMLIB_NOTHING);
         *pulPeer = item.dwPeer;
@@ -199,28 +212,17 @@ long CCMLibraryX::sendResponse(unsigned long ulPeer, unsigned long ulContext1, u
 long CCMLibraryX::getServerTimestamp(unsigned long ulPeer, unsigned long long* pullTimestamp)
 {
     return guarded([&] {
-        const auto pNode = m_pState->node();
-        if (!pNode)
-            return Messaging::E_CHANNEL_STOPPED;
-        Messaging::CPeerClock::CReading reading;
-        const long lResult = pNode->readClock(static_cast<std::uint32_t>(ulPeer), &reading);
-        if (lResult >= 0)
-            *pullTimestamp = reading.ullFileTime;
-        return lResult;
+        return readClock(m_pState->node(), ulPeer,
+                         [&](const CPeerClock::CReading& reading) { *pullTimestamp = reading.ullFileTime; });
     });
 }
 
 long CCMLibraryX::getServerTickCount(unsigned long ulPeer, unsigned long* pulTickCount)
 {
     return guarded([&] {
-        const auto pNode = m_pState->node();
-        if (!pNode)
-            return Messaging::E_CHANNEL_STOPPED;
-        Messaging::CPeerClock::CReading reading;
-        const long lResult = pNode->readClock(static_cast<std::uint32_t>(ulPeer), &reading);
-        if (lResult >= 0)
+        return readClock(m_pState->node(), ulPeer, [&](const CPeerClock::CReading& reading) {
             *pulTickCount = static_cast<std::uint32_t>(reading.ullTicks);
-        return lResult;
+        });
     });
 }
 

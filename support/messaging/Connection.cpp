@@ -4,7 +4,9 @@
 
 #include <asio/ip/address_v4.hpp>
 #include <asio/post.hpp>
+#include <linux/sockios.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace Messaging {
@@ -279,7 +281,17 @@ void CConnection::flush()
 CConnection::CClock::time_point CConnection::lastTaken()
 {
     const std::lock_guard lock(m_mtx);
-    return m_sOut.empty() ? CClock::now() : m_tpTaken;
+    if (m_sOut.empty())
+        return CClock::now();
+    // A socket takes more only when a good part of what it holds has gone, which on a slow line takes a while.
+    int nUnacknowledged = 0;
+    if (!m_bClosed && ioctl(m_socket.native_handle(), SIOCOUTQ, &nUnacknowledged) == 0 &&
+        (nUnacknowledged != m_nUnacknowledged || nUnacknowledged == 0)) // 0: the delay is ours
+    {
+        m_nUnacknowledged = nUnacknowledged;
+        m_tpTaken = CClock::now();
+    }
+    return m_tpTaken;
 }
 
 std::size_t CConnection::queued()

@@ -21,7 +21,8 @@ namespace Messaging {
 /// Output. Whoever sends writes directly when nothing was written a moment ago; otherwise the bytes join those that
 /// wait, and the I/O thread writes them together.
 ///
-/// Threads    send, queued and endSoon: any. All others: the I/O thread. The user is called on the I/O thread, without
+/// Threads    send, queued, lastTaken and endSoon: any. All others: the I/O thread. The user is called on the I/O
+/// thread, without
 ///            a lock.
 class CConnection : public std::enable_shared_from_this<CConnection>
 {
@@ -59,7 +60,7 @@ public:
     void setFrameLimit(std::uint32_t dwLimit) { m_reader.setLimit(dwLimit); }
 
     CClock::time_point lastReceived() const { return m_tpReceived; }
-    /// When the other side last took bytes, or none were waiting.
+    /// When the other side was last seen to have taken bytes, or none were waiting. It is seen when this is asked.
     CClock::time_point lastTaken();
     bool paused() const { return m_bPaused; }
 
@@ -115,6 +116,7 @@ private:
     bool m_bWriterDue = false;                    // guarded by m_mtx: the I/O thread will write
     CClock::time_point m_tpWritten{};             // guarded by m_mtx
     CClock::time_point m_tpTaken = CClock::now(); // guarded by m_mtx
+    int m_nUnacknowledged = 0;                    // guarded by m_mtx: bytes in the socket, as last seen
 };
 
 } // namespace Messaging

@@ -1,50 +1,18 @@
 #pragma once
 
-#include <condition_variable>
-#include <cstdint>
-#include <deque>
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <span>
+#include "ItemStream.h"
 
 namespace Messaging {
 
-/// A buffer as the channel hands it out.
-struct CBody
+/// A request, or what became of a connection.
+struct CReceivedItem
 {
-    std::unique_ptr<char[]> pBytes;
-    std::size_t uSize = 0;
-
-    CBody() = default;
-    /// Copies the bytes.
-    explicit CBody(std::span<const char> bytes);
-};
-
-/// How many received bytes of one connection nobody has fetched yet.
-///
-/// Threads    any.
-class CInboundBudget
-{
-public:
-    /// @param fnRelieved  called, on the thread that fetches, when a budget that was exceeded has room again: a MiB,
-    ///                    or half of it when that is less
-    CInboundBudget(std::size_t uLimit, std::function<void()> fnRelieved)
-        : m_uLimit(uLimit), m_fnRelieved(std::move(fnRelieved))
-    {
-    }
-    void add(std::size_t uBytes);
-    void remove(std::size_t uBytes);
-    /// Whether reading has to pause; if so fnRelieved will be called once.
-    bool exceeded();
-    std::size_t bytes() const;
-
-private:
-    mutable std::mutex m_mtx;
-    const std::size_t m_uLimit;
-    std::size_t m_uBytes = 0; // guarded by m_mtx
-    bool m_bWaiting = false;  // guarded by m_mtx
-    const std::function<void()> m_fnRelieved;
+    long lResult = 0; ///< 0: a request, else the event's code
+    std::uint32_t dwPeer = 0;
+    std::uint32_t dwSession = 0;
+    std::uint32_t dwExchange = 0;
+    CBody body;
+    std::shared_ptr<CInboundBudget> pBudget; ///< whom the body counts against; null: an event
 };
 
 /// Requests and connection events in the order in which they happened, for the thread that fetches them.
@@ -53,48 +21,17 @@ private:
 /// at most the end of one connection and the beginning of another for each peer, however often peers come and go.
 ///
 /// Threads    any.
-class CEventStream
+class CEventStream final : public CItemStream<CReceivedItem>
 {
 public:
-    struct CItem
-    {
-        long lResult = 0; ///< 0: a request, else the event's code
-        std::uint32_t dwPeer = 0;
-        std::uint32_t dwSession = 0;
-        std::uint32_t dwExchange = 0;
-        CBody body;
-        std::shared_ptr<CInboundBudget> pBudget; ///< whom the body counts against
-    };
-
     CEventStream(std::uint32_t dwConnected, std::uint32_t dwDisconnected);
-    ~CEventStream();
-    CEventStream(const CEventStream&) = delete;
-    CEventStream& operator=(const CEventStream&) = delete;
-
-    /// From now on things are kept for fetching.
-    void open();
-    /// Drops everything and releases whoever waits.
-    void close();
-    bool isOpen() const;
 
     void connected(std::uint32_t dwPeer, std::uint32_t dwSession);
     void disconnected(std::uint32_t dwPeer, std::uint32_t dwSession);
-    /// @return false when the stream is closed
-    bool request(CItem item);
-
-    /// Waits for the next item. @return false when the stream is closed
-    bool fetch(CItem* pItem);
-    std::size_t size() const;
 
 private:
-    static void release(const CItem& item);
-
     const long m_lConnected;
     const long m_lDisconnected;
-    mutable std::mutex m_mtx;
-    std::condition_variable m_cv;
-    std::deque<CItem> m_lstItems; // guarded by m_mtx
-    bool m_bOpen = false;         // guarded by m_mtx
 };
 
 } // namespace Messaging

@@ -12,6 +12,9 @@ constexpr std::size_t cOpenExchanges = 262'144;
 /// A caller retries a queue that is full for a second. A queue that is full for longer than this loses its peer before
 /// the caller gives up, so that what was refused is known to be lost.
 constexpr std::chrono::milliseconds cLongestRefusal{500};
+/// A full queue of which nothing was taken for so long does not drain: its peer is lost at once, since whoever has
+/// something to send to others waits meanwhile.
+constexpr std::chrono::milliseconds cStuck{100};
 constexpr std::chrono::milliseconds cClockWait{250};
 /// So long after a wait in vain for the clock nobody waits for it.
 constexpr std::chrono::seconds cClockPause{1};
@@ -56,12 +59,13 @@ long CPeer::sendRequest(unsigned long ulRequestID, std::span<const char> body, s
     case idle:
     case connecting: break;
     }
+    // Nothing drains this queue before the connection stands, which is then announced.
     if (m_uWaitingBytes + body.size() > m_parts.settings.dwSendQueueBytes || m_lstWaiting.size() >= cOpenExchanges)
-        return resultOf(CMLIB_NOTHING);
+        return E_CHANNEL_FULL;
+    if (m_eState == idle)
+        askForConnection(); // first: what cannot be asked for does not wait either
     m_lstWaiting.push_back({ulRequestID, tpNow + limit, std::string(body.begin(), body.end())});
     m_uWaitingBytes += body.size();
-    if (m_eState == idle)
-        askForConnection();
     return 0;
 }
 
@@ -70,18 +74,24 @@ long CPeer::refuseForNow(CClock::time_point tpNow)
 {
     if (!m_optRefused)
         m_optRefused = tpNow;
-    if (tpNow - *m_optRefused < cLongestRefusal)
+    if (tpNow - *m_optRefused < cLongestRefusal && !isStuck(tpNow))
         return resultOf(CMLIB_NOTHING);
     m_pSession->endSoon("the peer does not keep up");
     return E_CHANNEL_LOST;
 }
 
 /// Under m_mtx.
+bool CPeer::isStuck(CClock::time_point tpNow)
+{
+    return tpNow - m_pSession->lastTaken() >= cStuck;
+}
+
+/// Under m_mtx.
 void CPeer::askForConnection()
 {
+    asio::post(m_parts.io, [this] { attempt(); }); // which waits for the lock
     m_eState = connecting;
     m_tpAsked = CClock::now();
-    asio::post(m_parts.io, [this] { attempt(); });
 }
 
 long CPeer::sendResponse(std::uint32_t dwSession, std::uint32_t dwExchange, std::span<const char> body)
@@ -178,6 +188,25 @@ void CPeer::goUp(const std::shared_ptr<CSession>& pSession)
     }
     m_timer.cancel();
     m_pause = {};
+    m_nAnnounced = 0;
+    try
+    {
+        begin(pSession);
+    }
+    catch (...) // out of memory half-way: half a beginning is none
+    {
+        pSession->end();
+        const std::lock_guard lock(m_mtx);
+        m_pSession = pSession; // as lost, with what was handed over to it, by the next tick
+        m_eState = connecting;
+        throw;
+    }
+    m_cvClock.notify_all();
+}
+
+/// Lets a session begin. Whoever is waiting is at each moment in one of the two tables.
+void CPeer::begin(const std::shared_ptr<CSession>& pSession)
+{
     pSession->start();
     m_parts.pLog->line("peer " + m_sName + " connected, session " + std::to_string(pSession->number()) +
                        (pSession->accepted() ? ", by the peer" : ", by us"));
@@ -190,18 +219,21 @@ void CPeer::goUp(const std::shared_ptr<CSession>& pSession)
         m_clock.reset();
         m_tpPinged = tpNow;
         (void)pSession->sendPing(m_clock.ping(tpNow));
-        for (const CWaiting& waiting : m_lstWaiting)
+        while (!m_lstWaiting.empty())
         {
-            const std::uint32_t dwExchange = m_exchanges.add(waiting.ulRequestID, waiting.tpDeadline);
+            const std::uint32_t dwExchange =
+                m_exchanges.add(m_lstWaiting.front().ulRequestID, m_lstWaiting.front().tpDeadline);
+            const CWaiting waiting = std::move(m_lstWaiting.front());
+            m_lstWaiting.pop_front();
+            m_uWaitingBytes -= waiting.sBody.size();
             (void)pSession->sendExchange(EFrame::request, dwExchange, {waiting.sBody.data(), waiting.sBody.size()});
         }
-        m_lstWaiting.clear();
-        m_uWaitingBytes = 0;
     }
     // Who hears of it finds it up. What the peer sends comes later on this thread.
     m_parts.requests.connected(m_dwPeer, pSession->number());
+    m_nAnnounced = 1;
     m_parts.changes.connected(m_dwPeer, pSession->number());
-    m_cvClock.notify_all();
+    m_nAnnounced = 2;
 }
 
 void CPeer::onEnded(const std::shared_ptr<CSession>& pSession, const char* pszWhy)
@@ -230,9 +262,13 @@ void CPeer::lose(const char* pszWhy)
 {
     const std::shared_ptr<CSession> pSession = m_pSession;
     pSession->end();
+    std::string sLine;
     std::vector<unsigned long> vecLost;
     {
         const std::lock_guard lock(m_mtx);
+        // First what may fail for want of memory: then the next tick begins this once more.
+        sLine = "peer " + m_sName + " disconnected, session " + std::to_string(pSession->number()) + ": " + pszWhy +
+                ", " + std::to_string(m_exchanges.size()) + " requests unanswered";
         vecLost = m_exchanges.takeAll();
         m_pSession.reset();
         m_eState = connecting;
@@ -241,11 +277,12 @@ void CPeer::lose(const char* pszWhy)
         m_optRefused.reset();
     }
     m_cvClock.notify_all();
-    m_parts.pLog->line("peer " + m_sName + " disconnected, session " + std::to_string(pSession->number()) + ": " +
-                       pszWhy + ", " + std::to_string(vecLost.size()) + " requests unanswered");
+    m_parts.pLog->line(sLine);
     endAll(vecLost, E_CHANNEL_LOST);
-    m_parts.requests.disconnected(m_dwPeer, pSession->number());
-    m_parts.changes.disconnected(m_dwPeer, pSession->number());
+    if (m_nAnnounced > 0)
+        m_parts.requests.disconnected(m_dwPeer, pSession->number());
+    if (m_nAnnounced > 1)
+        m_parts.changes.disconnected(m_dwPeer, pSession->number());
 }
 
 void CPeer::drop(const char* pszWhy)
@@ -272,7 +309,7 @@ void CPeer::drop(const char* pszWhy)
 
 void CPeer::announce(CEventStream* pStream)
 {
-    if (m_pSession)
+    if (m_pSession && m_nAnnounced == 2)
         pStream->connected(m_dwPeer, m_pSession->number());
 }
 
@@ -354,6 +391,14 @@ void CPeer::tick(CClock::time_point tpNow)
             m_uWaitingBytes -= it->sBody.size();
             it = m_lstWaiting.erase(it);
         }
+        if (m_pSession && m_optRefused)
+        {
+            // Nobody may try again to find out.
+            if (m_pSession->queued() <= m_parts.settings.dwSendQueueBytes / 2 && !m_exchanges.full())
+                m_optRefused.reset();
+            else if (isStuck(tpNow))
+                m_pSession->endSoon("the peer does not keep up");
+        }
         if (m_pSession && tpNow - m_tpPinged >= m_parts.settings.heartbeat)
         {
             m_tpPinged = tpNow;
@@ -369,13 +414,13 @@ void CPeer::tick(CClock::time_point tpNow)
 
 void CPeer::onRequest(CSession& session, const CFrame& frame)
 {
-    CEventStream::CItem item;
+    CReceivedItem item;
     item.dwPeer = m_dwPeer;
     item.dwSession = session.number();
     item.dwExchange = frame.dwExchange;
     item.body = CBody(frame.body);
     item.pBudget = session.budget();
-    if (!m_parts.requests.request(std::move(item)))
+    if (!m_parts.requests.add(std::move(item)))
         (void)session.sendExchange(EFrame::refusal, frame.dwExchange, {});
 }
 
@@ -388,7 +433,7 @@ void CPeer::onAnswer(CSession& session, const CFrame& frame)
     }
     if (!optRequestID) // ended before, by its time limit
         return;
-    CEndStream::CItem item;
+    CExchangeEnd item;
     item.dwPeer = m_dwPeer;
     item.ulRequestID = *optRequestID;
     if (frame.eType == EFrame::response)
@@ -400,7 +445,7 @@ void CPeer::onAnswer(CSession& session, const CFrame& frame)
     {
         item.lResult = E_CHANNEL_REFUSED;
     }
-    m_parts.ends.add(std::move(item));
+    (void)m_parts.ends.add(std::move(item)); // a closed stream keeps nothing
 }
 
 void CPeer::onPong(CSession& /*session*/, const CPong& pong)
@@ -415,7 +460,7 @@ void CPeer::onPong(CSession& /*session*/, const CPong& pong)
 void CPeer::endAll(const std::vector<unsigned long>& vecRequests, long lResult)
 {
     for (const unsigned long ulRequestID : vecRequests)
-        m_parts.ends.add({lResult, m_dwPeer, ulRequestID, {}, nullptr});
+        (void)m_parts.ends.add({lResult, m_dwPeer, ulRequestID, {}, nullptr}); // a closed stream keeps nothing
 }
 
 /// Under m_mtx.

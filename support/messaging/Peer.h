@@ -62,6 +62,7 @@ private:
     void onPong(CSession& session, const CPong& pong) override;
 
     void goUp(const std::shared_ptr<CSession>& pSession);
+    void begin(const std::shared_ptr<CSession>& pSession);
     void lose(const char* pszWhy);
     void attempt();
     void attemptFailed(const char* pszWhy);
@@ -69,6 +70,7 @@ private:
     std::chrono::milliseconds jittered(std::chrono::milliseconds pause);
     void endAll(const std::vector<unsigned long>& vecRequests, long lResult);
     long refuseForNow(CClock::time_point tpNow);
+    bool isStuck(CClock::time_point tpNow);
     void askForConnection();
     std::vector<unsigned long> takeWaiting();
 
@@ -82,6 +84,7 @@ private:
     asio::steady_timer m_timer;
     std::chrono::milliseconds m_pause{0}; // after the last failure
     std::minstd_rand m_random;
+    int m_nAnnounced = 0; // streams that were told of the session
 
     // Guarded by m_mtx; the session is set on the I/O thread only, which reads it without the lock.
     std::mutex m_mtx;

@@ -28,8 +28,8 @@ struct CNodeParts
 
 /// One connection to a peer from the greeting to its end: an epoch.
 ///
-/// Threads    send, queued, endSoon and what is constant: any. All others: the I/O thread, on which the owner is
-/// called.
+/// Threads    send, queued, lastTaken, endSoon and what is constant: any. All others: the I/O thread, on which the
+/// owner is called.
 class CSession final : public std::enable_shared_from_this<CSession>, private CConnection::IUser
 {
 public:
@@ -93,6 +93,7 @@ public:
     bool sendExchange(EFrame eType, std::uint32_t dwExchange, std::span<const char> body);
     bool sendPing(std::uint64_t ullStamp);
     std::size_t queued() { return m_pConnection->queued(); }
+    CClock::time_point lastTaken() { return m_pConnection->lastTaken(); }
     void endSoon(const char* pszWhy) { m_pConnection->endSoon(pszWhy); }
 
 private:

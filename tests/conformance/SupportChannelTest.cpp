@@ -496,9 +496,73 @@ TEST_F(SupportChannelTest, APeerThatStopsReadingIsDisconnectedBeforeTheSenderGiv
     }
 }
 
+TEST_F(SupportChannelTest, AFullQueueThatIsStuckEndsItsSessionWithoutAnotherTry)
+{
+    // A queue of which the system's buffers are a small part: what they take does not count as draining.
+    CBareServer one(&m_channels, 1, "SendQueueBytes = 67108864\n");
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    unsigned long ulAccepted = 0;
+    while (one.send(ulAccepted + 1, 2, std::string(4'000'000, 'x')) >= 0)
+        ++ulAccepted;
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_DISCONNECTED);
+    for (unsigned long ul = 1; ul <= ulAccepted; ++ul)
+        EXPECT_LT(one.receiveResponse().lResult, 0);
+    CDSSupport::flushLogs();
+    EXPECT_THAT(m_directory.read("CDSMessaging.log"), testing::HasSubstr("the peer does not keep up"));
+}
+
+TEST_F(SupportChannelTest, AFullQueueThatDrainsIsWorthAnotherTry)
+{
+    CBareServer one(&m_channels, 1, "MessageBytes = 1100000\nSendQueueBytes = 1100000\n");
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);
+    std::uint32_t dwAccepted = 0;
+    long lResult = 0;
+    while ((lResult = one.send(dwAccepted + 1, 2, std::string(4000, 'x'))) >= 0)
+        ++dwAccepted;
+    EXPECT_EQ(static_cast<std::uint32_t>(lResult), CMLIB_NOTHING);
+    std::uint32_t dwReceived = 0;
+    std::thread reading([&] {
+        while (dwReceived < dwAccepted + 1 && peer.receive('\3'))
+            ++dwReceived;
+    });
+    while (static_cast<std::uint32_t>(lResult = one.send(dwAccepted + 1, 2, "last")) == CMLIB_NOTHING)
+        std::this_thread::yield();
+    EXPECT_GE(lResult, 0);
+    reading.join();
+    EXPECT_EQ(dwReceived, dwAccepted + 1) << "and all on the same connection";
+}
+
+TEST_F(SupportChannelTest, TooMuchForAConnectionThatIsBeingMadeIsRefusedForGood)
+{
+    const CRawListener listener(2, m_channels.port());
+    CBareServer one(&m_channels, 1, "MessageBytes = 1100000\nSendQueueBytes = 1100000\n");
+    std::uint32_t dwAccepted = 0;
+    long lResult = 0;
+    while ((lResult = one.send(dwAccepted + 1, 2, std::string(4000, 'x'))) >= 0)
+        ++dwAccepted;
+    EXPECT_GT(dwAccepted, 200U);
+    EXPECT_NE(static_cast<std::uint32_t>(lResult), CMLIB_NOTHING);
+    EXPECT_NE(static_cast<std::uint32_t>(lResult), CMLIB_TRANSIENT_FAILURE);
+
+    // What was taken before goes out when the connection stands.
+    CRawPeer peer = listener.accept();
+    ASSERT_TRUE(peer.receive());
+    std::string sWelcome = CRawPeer::hello(0);
+    sWelcome[4] = 2;
+    ASSERT_TRUE(peer.send(sWelcome));
+    for (std::uint32_t dw = 1; dw <= dwAccepted; ++dw)
+        ASSERT_TRUE(peer.receive('\3')) << dw;
+    EXPECT_EQ(one.receive(one.pClient.get()).code(), CMLIB_CLIENT_CONNECTED);
+    EXPECT_GE(one.send(dwAccepted + 1, 2, "and on it goes"), 0);
+}
+
 TEST_F(SupportChannelTest, APeerThatTakesNothingOfWhatWaitsIsDisconnected)
 {
-    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 2000\n");
+    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 2000\nSendQueueBytes = 33554432\n");
     CRawPeer peer = connect(2);
     ASSERT_TRUE(peer.greet());
     EXPECT_EQ(one.receive().code(), CMLIB_SERVER_CONNECTED);

@@ -29,7 +29,7 @@ public:
     /// What a channel returns that is not running.
     static constexpr std::uint32_t cStopped = 0xC1200DCBU;
     /// What a message beyond the largest gets, and the largest that passes.
-    static constexpr std::uint32_t cTooLarge = 0xC1200DCCU;
+    static constexpr std::uint32_t cTooLarge = CMLIB_TOO_LARGE;
     static constexpr std::size_t cLargestMessage = 4U << 20U;
     /// What the clock of a server that the network does not reach gives.
     static constexpr std::uint32_t cNoClock = 0xC1200DCDU;

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 
@@ -224,6 +225,158 @@ TEST_F(ServersTest, AWatcherThatStartsAnewIsServedAgain)
     EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
 }
 
+TEST_F(ServersTest, AnOwnerThatStopsAndStartsIsWholeAgain)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    m_b.stops(); // its registrants stay, its records go
+    settle();
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    m_b.starts();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
+    writes("4711", "sip:1", "DNIS");
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 ANI=here CALLERID=alice DNIS=4711");
+    EXPECT_EQ(ownersCopy(), m_a.copyOf("ann", "sip:1"));
+    // The registration that was made for the watcher before the stop went, and stands once.
+    EXPECT_EQ(m_b.unregisters(m_a.proxy().getClientCall("sip:1")->m_sRegID), 0);
+    EXPECT_THAT(m_b.unregisters(m_a.proxy().getClientCall("sip:1")->m_sRegID), FailsWith(E_CDS_NOTFOUND));
+}
+
+TEST_F(ServersTest, AWatcherThatStopsAndStartsIsWholeAgain)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    m_a.stops();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    writes("bob");
+    settle();
+    m_a.starts();
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=bob");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
+    EXPECT_THAT(m_a.updates("ann", CNews("sip:1").sets("ANI", "here")), IsOk());
+    writes("4711", "sip:1", "DNIS");
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 ANI=here CALLERID=bob DNIS=4711");
+    EXPECT_EQ(ownersCopy(), m_a.copyOf("ann", "sip:1"));
+}
+
+TEST_F(ServersTest, AStopWhileTheOwnerIsAwayDoesNotKeepTheWatcherFromIt)
+{
+    m_b.stops();
+    m_a.registers("ann", "sip:1", cB); // finds it unreachable
+    settle();
+    m_a.stops();
+    m_b.starts(); // knows of nobody
+    m_a.starts();
+    settle();
+    writes("alice");
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+}
+
+TEST_F(ServersTest, AWatcherThatLeavesWhileTheOwnerIsStoppedIsForgotten)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    const std::string sRegID = m_a.proxy().getClientCall("sip:1")->m_sRegID;
+    m_b.stops();
+    m_a.unregisters("ann");
+    settle();
+    m_b.starts();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    EXPECT_THAT(m_b.unregisters(sRegID), FailsWith(E_CDS_NOTFOUND));
+}
+
+TEST_F(ServersTest, AStopDuringAnUnregistrationEndsIt)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdRequests(cB, true);
+    m_a.unregisters("ann");
+    settle();
+    m_a.stops(); // with the answer still to come
+    CFakeChannels::holdRequests(cB, false);
+    m_a.starts();
+    settle();
+    EXPECT_EQ(m_a.proxy().getClientCall("sip:1"), nullptr);
+    EXPECT_EQ(entriesAt(m_a, cB, 1), 0U);
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+}
+
+TEST_F(ServersTest, ServersThatWatchEachOtherStopAndStartInEitherOrder)
+{
+    m_a.registers("reader of sip:2", "sip:2", cA); // a call of the other
+    m_a.registers("ann", "sip:1", cB);
+    m_b.registers("bea", "sip:2", cA);
+    settle();
+    for (CServer* const pFirst : {&m_a, &m_b})
+    {
+        CServer& second = pFirst == &m_a ? m_b : m_a;
+        pFirst->stops();
+        second.stops();
+        pFirst->starts();
+        second.starts();
+        settle();
+        writes(pFirst->address());
+        m_a.updates("reader of sip:2", CNews("sip:2").sets("DNIS", pFirst->address()));
+        settle();
+        EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=" + pFirst->address());
+        EXPECT_EQ(m_b.copyOf("bea", "sip:2"), "sip:2 DNIS=" + pFirst->address());
+        EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+        EXPECT_EQ(entriesAt(m_a, cB, 0), 1U);
+        EXPECT_EQ(entriesAt(m_b, cA, 1), 1U);
+        EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
+    }
+}
+
+TEST_F(ServersTest, ACdrThatWaitsWhenItsServerStopsIsSentAtTheNextStart)
+{
+    CFakeChannels::cutLink(cA, cB);
+    EXPECT_THAT(m_a.store().SendCDRDataToHQ(cB, "sip:9", CNews("sip:9").sets("CALLERID", "alice").data()), IsOk());
+    settle();
+    EXPECT_TRUE(m_a.proxy().findCDRCallDataByCallID("sip:9"));
+    m_a.stops();
+    CFakeChannels::restoreLink(cA, cB);
+    CFakeChannels::forgetTraffic();
+    m_a.starts();
+    settle();
+    EXPECT_FALSE(CFakeChannels::sent(cA).empty());
+    EXPECT_FALSE(m_a.proxy().findCDRCallDataByCallID("sip:9"));
+}
+
+TEST_F(ServersTest, WhatCameInBeforeAStopAndWasNotHandledIsDropped)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    // As if it had been queued when the worker had already ended.
+    const auto pWork = m_b.proxy().newWork();
+    const std::string sRequest = registrationRequest("an id", cB, "sip:2");
+    pWork->m_dwPeer = static_cast<std::uint32_t>(CFakeChannels::address(cC));
+    pWork->m_pInBuf = std::make_unique<char[]>(sRequest.size() + 1);
+    std::copy(sRequest.begin(), sRequest.end(), pWork->m_pInBuf.get());
+    pWork->m_dwInLen = static_cast<std::uint32_t>(sRequest.size() + 1);
+    m_b.stops();
+    m_b.proxy().enqueueCCDSWork(pWork, WT_OP_SERVER_RECEIVEREQUEST);
+    m_b.starts();
+    settle();
+    EXPECT_EQ(entriesAt(m_b, cC, 0), 0U);
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
+    EXPECT_EQ(m_b.proxy().getCCDSWork(pWork->m_dwID), nullptr);
+}
+
 TEST_F(ServersTest, AHundredReconnectsLeaveOneRegistration)
 {
     m_a.registers("ann", "sip:1", cB);
@@ -264,6 +417,32 @@ TEST_F(ServersTest, AnUnreachableWatcherDoesNotCostTheOthersTheirChanges)
     CFakeChannels::restoreLink(cA, cB);
     settle();
     EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=carol");
+    c.stops();
+    settle();
+}
+
+TEST_F(ServersTest, AWatcherThatLeftItsEntriesBehindDoesNotCostTheOthersTheirChanges)
+{
+    CServer c(cC);
+    c.starts();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    c.registers("cleo", "sip:1", cB);
+    settle();
+    m_b.unregisters(m_a.proxy().getClientCall("sip:1")->m_sRegID); // so that the watcher's entry outlives it
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    for (const char* const pszName : {"alice", "bob", "carol"})
+    {
+        writes(pszName);
+        settle();
+    }
+    EXPECT_EQ(c.copyOf("cleo", "sip:1"), "sip:1 CALLERID=carol");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 0U);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("ann", "sip:1"), "sip:1 CALLERID=carol");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 1U);
     c.stops();
     settle();
 }

@@ -7,6 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+#include <utility>
 
 namespace {
 
@@ -221,6 +224,13 @@ TEST_F(ClientCallTest, TheOwnerIsAskedForTheTimesBeforeItIsSent)
     EXPECT_EQ(CFakeChannels::timeQueries().size(), 2U);
 }
 
+TEST_F(ClientCallTest, AnOwnerThatDoesNotAnswerIsAskedForTheTimesOnce)
+{
+    CFakeChannels::failPeerTime("10.0.0.2", 0xC1200D11U);
+    registers("ann");
+    EXPECT_THAT(CFakeChannels::timeQueries(), ElementsAre("10.0.0.2", "10.0.0.1"));
+}
+
 TEST_F(ClientCallTest, TheTimesOfACallNeverGoBack)
 {
     CFakeChannels::setPeerTime("10.0.0.2", 5000);
@@ -423,6 +433,60 @@ TEST_F(ClientCallTest, AFailedRepeatedRegistrationChangesNothing)
     CFakeChannels::response(CFakeChannels::sent().back().ulRequestID, 0xC1200D99U, nullptr);
     CProxyWorld::settle();
     EXPECT_FALSE(CFakeLog::contains("WORK_KIND_SEND_CLIENT_REREGISTER"));
+}
+
+TEST_F(ClientCallTest, AConnectionThatComesUpDuringAFailingSendIsNotMissed)
+{
+    CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
+    m_server.stops();
+    m_server.starts();
+    bool bFirst = true;
+    CFakeChannels::whileSending([&](const CFakeChannels::CSent&) {
+        if (!std::exchange(bFirst, false))
+            return;
+        connects(); // the worker has handled it, and sent the registration again, before the send fails
+        CFakeChannels::scriptSends({CFakeChannels::cPeerDown});
+    });
+    EXPECT_EQ(m_server.registers("ann", "sip:1", "10.0.0.2"), 0);
+    CProxyWorld::settle();
+    EXPECT_TRUE(CFakeLog::contains("addClientCall failed: 0xC1200DC8"));
+    EXPECT_THAT(proxy().serverStates().all(), ElementsAre(std::pair(cOwner, 1)));
+    EXPECT_EQ(entries().size(), 1U) << "the owner's data has where to go";
+    registers("eve", "sip:2");
+    EXPECT_EQ(sentInShort().back().substr(0, 17), "10.0.0.2 register");
+    EXPECT_EQ(CFakeChannels::sent().size(), 3U);
+}
+
+TEST_F(ClientCallTest, AnUnregistrationThatTakesItsTimeHoldsNoRegistrationUp)
+{
+    CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
+    m_server.stops();
+    m_server.starts();
+    registers("ann");
+    CFakeChannels::forgetTraffic();
+    std::future<void> others;
+    CFakeChannels::whileSending([&](const CFakeChannels::CSent& sent) {
+        if (others.valid() || takenApart(sent.sBytes.c_str()).sText.rfind("unregister", 0) != 0)
+            return;
+        others = std::async(std::launch::async, [&] {
+            EXPECT_EQ(m_server.registers("bob", "sip:2", "10.0.0.2"), 0);
+            EXPECT_EQ(m_server.registers("eve", "sip:1", "10.0.0.2"), 0);
+        });
+        EXPECT_EQ(others.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    });
+    unregisters("ann");
+    others.get();
+    CProxyWorld::settle();
+    auto vecSent = sentInShort();
+    std::erase_if(vecSent, [](const std::string& sText) { return sText.find("for sip:2") != std::string::npos; });
+    const std::string sRegID = proxy().getClientCall("sip:1")->m_sRegID;
+    EXPECT_THAT(vecSent, ElementsAre("10.0.0.2 unregister " + sRegID + " for sip:1 at 10.0.0.2",
+                                     "10.0.0.2 register " + sRegID + " for sip:1 at 10.0.0.2"));
+    for (const auto& sent : CFakeChannels::sent())
+        CFakeChannels::confirm(sent.ulRequestID);
+    CProxyWorld::settle();
+    EXPECT_EQ(proxy().getClientCall("sip:1")->m_lCount, 1);
+    EXPECT_EQ(entries().size(), 2U);
 }
 
 TEST_F(ClientCallTest, AnUnansweredRegistrationWaitsForever)

@@ -188,6 +188,37 @@ TEST_F(DistributionTest, AnyOtherFailureIsTold)
     EXPECT_TRUE(CFakeLog::find("sendCalldataDistribution, work").ends_with(" failed: 0xC1200D55"));
 }
 
+TEST_F(DistributionTest, AMessageThatIsTooLargeForOnePeerCostsNobodyElseAnything)
+{
+    for (const unsigned long ulSetting : {0UL, 1UL})
+    {
+        SCOPED_TRACE(ulSetting);
+        const std::string sCallID = "sip:" + std::to_string(7 + ulSetting);
+        CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", ulSetting);
+        m_server.stops();
+        m_server.starts();
+        m_server.registers(sCallID, sCallID, m_server.address(), "none");
+        EXPECT_EQ(proxy().addCallDataDistribution(false, sCallID, "two", cTwo), 0);
+        EXPECT_EQ(proxy().addCallDataDistribution(false, sCallID, "three", cThree), 0);
+        CFakeChannels::scriptSends({CMLIB_TOO_LARGE});
+        CFakeChannels::forgetTraffic();
+        m_server.updates(sCallID, CNews(sCallID).sets("CALLERID", "alice"));
+        CProxyWorld::settle();
+        EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: " + sCallID + " CALLERID=alice"));
+        CFakeChannels::forgetTraffic();
+        m_server.updates(sCallID, CNews(sCallID).sets("DNIS", "1"));
+        CProxyWorld::settle();
+        EXPECT_THAT(sentInShort(),
+                    ElementsAre("10.0.0.2 two: " + sCallID + " DNIS=1", "10.0.0.3 three: " + sCallID + " DNIS=1"));
+        // Now that something has reached it the rest is tried again.
+        ASSERT_FALSE(CFakeChannels::sent().empty());
+        CFakeChannels::confirm(CFakeChannels::sent().front().ulRequestID);
+        CProxyWorld::settle();
+        EXPECT_EQ(sentInShort().size(), 3U);
+        EXPECT_EQ(sentInShort().back(), "10.0.0.2 two: " + sCallID + " CALLERID=alice");
+    }
+}
+
 TEST_F(DistributionTest, AfterAFailureThePeerIsStillOwedTheChange)
 {
     CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
@@ -291,6 +322,43 @@ TEST_F(DistributionTest, PeersBehindAnUnreachableOneAreServedWhenItIsGone)
     updates(CNews("sip:1").sets("CALLERID", "alice"));
     EXPECT_THAT(CFakeChannels::sent(), IsEmpty());
     CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice"));
+}
+
+TEST_F(DistributionTest, EntriesThatAPeerLeftBehindKeepNobodyFromAChange)
+{
+    CFakeChannels::request("10.0.0.2", registrationRequest("two", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.3", registrationRequest("three", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.4", registrationRequest("four", "10.0.0.1", "sip:1"));
+    CProxyWorld::settle();
+    m_server.unregisters("two"); // by somebody else, so that its entry stays
+    m_server.unregisters("three");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.3");
+    CProxyWorld::settle();
+    proxy().serverStates().set(static_cast<std::uint32_t>(cTwo), 0);
+    proxy().serverStates().set(static_cast<std::uint32_t>(cThree), 0);
+    updates(CNews("sip:1").sets("CALLERID", "alice"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.4 four: sip:1 CALLERID=alice"));
+    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000002"), 1U);
+    EXPECT_EQ(CFakeLog::countExactly("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000003"), 1U);
+}
+
+TEST_F(DistributionTest, WhatEntriesLeftBehindKeptFromOthersIsSentWhenTheyGo)
+{
+    CFakeChannels::request("10.0.0.2", registrationRequest("two", "10.0.0.1", "sip:1"));
+    CFakeChannels::request("10.0.0.2", registrationRequest("two too", "10.0.0.1", "sip:2"));
+    CFakeChannels::request("10.0.0.3", registrationRequest("three", "10.0.0.1", "sip:1"));
+    CProxyWorld::settle();
+    proxy().serverStates().set(static_cast<std::uint32_t>(cTwo), 0);
+    updates(CNews("sip:1").sets("CALLERID", "alice")); // before it was seen to leave
+    m_server.unregisters("two too");
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(CFakeChannels::sent(), IsEmpty());
+    m_server.registers("bob", "sip:2", m_server.address(), "none");
+    EXPECT_EQ(m_server.updates("bob", CNews("sip:2").sets("CALLERID", "bob")), 0);
     CProxyWorld::settle();
     EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 CALLERID=alice"));
 }

@@ -176,6 +176,80 @@ TEST_F(PeerRequestTest, AReplacedRegistrationIsStillItsPeersOwn)
     EXPECT_THAT(m_server.unregisters("first id"), FailsWith(E_CDS_NOTFOUND));
 }
 
+TEST_F(PeerRequestTest, AnIDThatALocalRegistrantHasStaysItsOwn)
+{
+    m_server.registers("ann", "sip:9", m_server.address());
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1", false));
+    EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_TRUE(CFakeLog::contains("CCDSNetProxy::remCallDataDistribution.1, ipaddr 0x0A000002"));
+    EXPECT_EQ(m_server.unregisters("ann"), 0) << "it stood";
+}
+
+TEST_F(PeerRequestTest, AnIDThatALocalRegistrantHasStaysItsOwnWhenItTakesAnEntryOver)
+{
+    m_server.registers("ann", "sip:9", m_server.address());
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("ann", "10.0.0.1", "sip:1", false));
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND)) << "it went with its entry";
+    EXPECT_EQ(m_server.unregisters("ann"), 0) << "it stood";
+}
+
+TEST_F(PeerRequestTest, ARegistrationGoesWithItsEntryWhateverIDIsNamed)
+{
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("nobody", "10.0.0.1", "sip:1", false));
+    EXPECT_TRUE(told("(Error) CCDSNetProxy::workerThread, unregisterClient, work - 0x", " failed: 0xC1170A2E"));
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND));
+}
+
+TEST_F(PeerRequestTest, IDsMayBeSoLongAndNoLonger)
+{
+    const std::string sLong(cPeerIDBytes, 'i');
+    asks(registrationRequest(sLong, "10.0.0.1", "sip:1"));
+    asks(registrationRequest("peer's id", "10.0.0.1", sLong));
+    EXPECT_EQ(m_server.proxy().unregisterClient(sLong), 0) << "it stood";
+    for (int nRequest = 0; nRequest < 5; ++nRequest)
+    {
+        asks(registrationRequest(sLong + "j", "10.0.0.1", "sip:2"));
+        asks(registrationRequest("an id", "10.0.0.1", sLong + "j"));
+        asks(registrationRequest("an id", "10.0.0.1", sLong + "j", false));
+    }
+    asks(registrationRequest("an id", "10.0.0.1", sLong + "j"), "10.0.0.3");
+    EXPECT_THAT(m_server.proxy().unregisterClient(sLong + "j"), FailsWith(E_CDS_NOTFOUND));
+    EXPECT_THAT(m_server.proxy().unregisterClient("an id"), FailsWith(E_CDS_NOTFOUND));
+    const std::string sRefused = "CCDSNetProxy::workerThread, registration refused, ipaddr 0x0A00000";
+    for (const char* const pszTold :
+         {"2, an ID is too long, 1 so far", "2, an ID is too long, 8 so far", "3, an ID is too long, 1 so far"})
+        EXPECT_EQ(CFakeLog::countContaining(sRefused + pszTold), 1U) << pszTold;
+    EXPECT_EQ(CFakeLog::countContaining(sRefused), 5U) << "each twice the one before";
+}
+
+TEST_F(PeerRequestTest, APeerMayHaveSoManyEntriesAndNoMore)
+{
+    for (std::size_t uEntry = 1; uEntry < cPeerEntries; ++uEntry)
+        ASSERT_TRUE(m_server.proxy().reserveDistribution(false, std::to_string(uEntry), "id", 0x0A000002UL));
+    asks(registrationRequest("the last", "10.0.0.1", "sip:1"));
+    asks(registrationRequest("one more", "10.0.0.1", "sip:2"));
+    asks(registrationRequest("another's", "10.0.0.1", "sip:2"), "10.0.0.3");
+    EXPECT_EQ(CFakeLog::countContaining("registration refused, ipaddr 0x0A000002, it has too many, 1 so far"), 1U);
+    EXPECT_THAT(m_server.proxy().unregisterClient("one more"), FailsWith(E_CDS_NOTFOUND));
+    EXPECT_EQ(m_server.proxy().unregisterClient("another's"), 0);
+    // What goes makes room, and what is there may be asked for again.
+    asks(registrationRequest("new id", "10.0.0.1", "sip:1"));
+    EXPECT_FALSE(CFakeLog::contains("it has too many, 2 so far"));
+    asks(registrationRequest("the last", "10.0.0.1", "sip:1", false));
+    asks(registrationRequest("one more", "10.0.0.1", "sip:2"));
+    EXPECT_EQ(m_server.proxy().unregisterClient("one more"), 0);
+    EXPECT_THAT(m_server.proxy().remCallDataDistribution(false, 0x0A000002UL), IsOk());
+    asks(registrationRequest("an id", "10.0.0.1", "sip:3"));
+    EXPECT_EQ(m_server.proxy().unregisterClient("an id"), 0);
+}
+
 TEST_F(PeerRequestTest, CallDataReachesTheRegistrants)
 {
     m_server.registers("ann", "sip:1", "10.0.0.2");
@@ -267,6 +341,32 @@ TEST_F(PeerRequestTest, ACallbackThatThrowsDoesNotEndTheWorker)
     asks(callDataRequest("our id", CNews("sip:1").sets("CALLERID", "alice")));
     EXPECT_TRUE(told("CCDSNetProxy::workerThread - exception, work - 0x"));
     asks("18;NETREQ_CLIENT_PING");
+}
+
+TEST_F(PeerRequestTest, ACallbackThatThrowsCostsThePeerNothing)
+{
+    static bool s_bThrows = false;
+    struct CThrower
+    {
+        static long callback(CCallbackMsg*)
+        {
+            if (s_bThrows)
+                throw 42;
+            return 0;
+        }
+    };
+    m_server.registers("ann", "sip:1", m_server.address(), "none");
+    m_server.updates("ann", CNews("sip:1").sets("CALLERID", "alice"));
+    ASSERT_EQ(m_server.store().Register(0, "thrower", "10.0.0.1", "sip:9", "@", CThrower::callback, 1), 0);
+    CProxyWorld::settle();
+    s_bThrows = true;
+    asks(registrationRequest("peer's id", "10.0.0.1", "sip:1"));
+    s_bThrows = false;
+    EXPECT_TRUE(told("CCDSNetProxy::workerThread - exception, work - 0x"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.2 peer's id: sip:1 CALLERID=alice"));
+    CFakeChannels::serverReceives(CMLIB_SERVER_DISCONNECTED, "10.0.0.2");
+    CProxyWorld::settle();
+    EXPECT_THAT(m_server.unregisters("peer's id"), FailsWith(E_CDS_NOTFOUND)) << "it left with its peer";
 }
 
 TEST_F(PeerRequestTest, APeerThatLeavesTakesItsRegistrationsWithIt)

@@ -325,6 +325,20 @@ TEST_F(WorkItemTest, AnyOtherFailureIsFinal)
     EXPECT_THAT(proxy().serverStates().all(), ElementsAre(std::pair(static_cast<std::uint32_t>(cPeer), 0)));
 }
 
+TEST_F(WorkItemTest, AMessageThatCannotBeSentSaysNothingOfItsPeer)
+{
+    startsSendingDirectly();
+    for (const std::uint32_t dwResult : {CMLIB_TOO_LARGE, CMLIB_NO_MEMORY})
+    {
+        CFakeLog::clear();
+        CFakeChannels::scriptSends({dwResult});
+        EXPECT_THAT(itemToSend()->clientReqSendCallbackMsg(cPeer), FailsWith(cdsResult(dwResult)));
+        EXPECT_EQ(CFakeLog::countContaining("(Error) CCDSNetProxy::sendRequest, "), 1U);
+        EXPECT_THAT(itemToSend()->clientReqSendCallbackMsg(cPeer), IsOk());
+    }
+    EXPECT_EQ(CFakeChannels::sent().size(), 4U);
+}
+
 TEST_F(WorkItemTest, AnUnreachableServerIsNotTried)
 {
     m_server.starts();
