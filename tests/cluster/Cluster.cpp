@@ -21,12 +21,11 @@ CNode::CNode(const CNetwork& network, unsigned uServer, const std::string& sSett
         throw std::runtime_error("server " + m_sAddress + " does not start");
 }
 
-std::vector<std::string> CNode::ask(const std::string& sCommand)
+std::vector<std::string> CNode::finish()
 {
-    m_program.writeLine(sCommand);
     std::string sAnswer;
     if (!m_program.readLine(&sAnswer))
-        throw std::runtime_error("server " + m_sAddress + " has ended; asked for " + sCommand);
+        throw std::runtime_error("server " + m_sAddress + " has ended without an answer");
     if (sAnswer.starts_with("failed"))
         throw std::runtime_error("server " + m_sAddress + ' ' + sAnswer);
     std::istringstream words(sAnswer);
@@ -48,21 +47,21 @@ void CClusterTest::awaitWhole(const std::vector<CShare>& vecShares, milliseconds
         const std::size_t uCalls = CallSet::numbers(share.sCalls).size();
         const std::size_t uOwned = share.uOwned == 0 ? uCalls : share.uOwned;
         const std::size_t uRegistrations = share.uRegistrations == 0 ? uOwned : share.uRegistrations;
-        const auto vecCounted =
-            share.owner.ask("await-registrations " + std::to_string(uOwned) + ' ' + std::to_string(uRegistrations) +
-                            ' ' + std::to_string(left().count()));
+        const auto vecCounted = share.owner.ask("await-registrations " + std::to_string(uOwned) + ' ' +
+                                                std::to_string(uRegistrations) + ' ' + std::to_string(left().count()));
         ASSERT_EQ(vecCounted[0], "yes") << vecCounted[1] << " calls have " << vecCounted[2] << " registrations, not "
                                         << uOwned << " and " << uRegistrations;
-        // The owner's records may still change when a digest is taken, so none is waited for longer than it took.
+        // The owner's records may still change when a digest is taken, so none is waited for much longer than
+        // it took.
         std::vector<std::string> vecOwned;
         std::vector<std::string> vecCopied{"no"};
         while (vecCopied[0] == "no" && CClock::now() < tpUntil)
         {
             const auto tpAsked = CClock::now();
             vecOwned = share.owner.ask("digest " + share.sCalls);
-            const auto patience = std::chrono::ceil<milliseconds>(CClock::now() - tpAsked) + milliseconds(10);
-            vecCopied = share.asker.ask("await " + share.sName + ' ' + std::to_string(uCalls) + ' ' + vecOwned[1] + ' ' +
-                                        std::to_string(std::min(left(), patience).count()));
+            const auto patience = 3 * std::chrono::ceil<milliseconds>(CClock::now() - tpAsked) + milliseconds(10);
+            vecCopied = share.asker.ask("await " + share.sName + ' ' + std::to_string(uCalls) + ' ' + vecOwned[1] +
+                                        ' ' + std::to_string(std::min(left(), patience).count()));
         }
         if (vecCopied[0] == "yes")
             continue;

@@ -26,7 +26,14 @@ public:
     CNode(const CNetwork& network, unsigned uServer, const std::string& sSettings);
 
     /// @return the words of the answer; throws when there is none
-    std::vector<std::string> ask(const std::string& sCommand);
+    std::vector<std::string> ask(const std::string& sCommand)
+    {
+        begin(sCommand);
+        return finish();
+    }
+    /// The same in two steps, for a command that takes its time.
+    void begin(const std::string& sCommand) { m_program.writeLine(sCommand); }
+    std::vector<std::string> finish();
     void tell(const std::string& sCommand) { (void)ask(sCommand); }
     bool isTold(const std::string& sCommand) { return ask(sCommand)[0] == "yes"; }
 

@@ -20,7 +20,7 @@ protected:
     {
         auto pOwner = start(1, sSettings);
         pOwner->tell("own " + sCalls);
-        pOwner->tell("update " + sCalls + " first");
+        pOwner->tell("touch " + sCalls + " first");
         return pOwner;
     }
     std::unique_ptr<CNode> startAsker(unsigned uServer, const std::string& sCalls,
@@ -30,6 +30,9 @@ protected:
         pAsker->tell("watch a " + m_network.address(1) + ' ' + sCalls);
         return pAsker;
     }
+
+    void comeAndGo(unsigned uSteps, bool bConnectionsLost);
+    void expectMembersWhole(CNode& owner, CNode& asker);
 
     /// So many calls are shared, the connection is lost for longer than the limit of silence, and comes back.
     void reconnectWith(unsigned uCalls, milliseconds limit);
@@ -62,7 +65,8 @@ TEST_F(ClusterCrowdTest, OthersGoOnWhileAPeerDoesNotRead)
     }
     ASSERT_TRUE(bDropped) << "the peer that does not read is kept";
     took("peer does not read, until it is dropped", tpDeaf);
-    measured("slowest round of another peer meanwhile", std::chrono::duration_cast<milliseconds>(slowest).count(), "ms");
+    measured("slowest round of another peer meanwhile", std::chrono::duration_cast<milliseconds>(slowest).count(),
+             "ms");
     EXPECT_LT(slowest, milliseconds(cSanitized ? 20'000 : 3'000));
     pDeaf->program().thaw();
     const auto tpReturn = CClock::now();
@@ -159,46 +163,71 @@ TEST_F(ClusterCrowdTest, AHundredKilledAskersLeaveNothingBehind)
     conclude(*pOwner);
 }
 
-TEST_F(ClusterCrowdTest, RegistrantsThatComeAndGoAtRandomEndUpRight)
+/// @param bConnectionsLost  meanwhile, over and over
+void ClusterCrowdTest::comeAndGo(unsigned uSteps, bool bConnectionsLost)
 {
     constexpr unsigned cCalls = 20;
-    constexpr unsigned cSteps = cSanitized ? 600 : 3'000;
     constexpr unsigned cRounds = 3;
     const std::string sAll = firstCalls(cCalls);
     const auto pOwner = startOwner(sAll);
     const auto pAsker = start(2);
+    std::size_t uEnded = 0;
     for (unsigned uRound = 0; uRound < cRounds; ++uRound)
     {
         const unsigned uSeed = std::random_device{}();
         std::cout << "seed " << uSeed << std::endl;
         pOwner->tell("load " + sAll + " 2000");
-        pAsker->tell("churn " + pOwner->address() + ' ' + std::to_string(cCalls) + ' ' + std::to_string(cSteps) + ' ' +
-                     std::to_string(uSeed));
+        pAsker->begin("churn " + pOwner->address() + ' ' + std::to_string(cCalls) + ' ' + std::to_string(uSteps) + ' ' +
+                      std::to_string(uSeed));
+        for (unsigned uLost = 0; bConnectionsLost && uLost < 10; ++uLost)
+        {
+            m_network.reset(1, 2);
+            uEnded = std::stoul(pOwner->ask("await-ended " + std::to_string(uEnded + cCalls) + " 200")[3]);
+        }
+        (void)pAsker->finish();
         const auto tpEnded = CClock::now();
         pOwner->tell("unload");
         // Everybody who is registered now hears of this.
         pOwner->tell("touch " + sAll + " last");
-        std::set<unsigned> setShared;
-        std::vector<CShare> vecShares;
-        std::size_t uRegistered = 0;
-        for (const std::string sName : {"a", "b"})
-        {
-            const std::string sCalls = pAsker->ask("members " + sName)[0];
-            const auto vecNumbers = CallSet::numbers(sCalls);
-            setShared.insert(vecNumbers.begin(), vecNumbers.end());
-            uRegistered += vecNumbers.size();
-            vecShares.push_back({*pOwner, *pAsker, sName, sCalls});
-        }
-        for (CShare& share : vecShares)
-            share.uOwned = setShared.size();
-        ASSERT_NO_FATAL_FAILURE(awaitWhole(vecShares)) << "seed " << uSeed;
+        ASSERT_NO_FATAL_FAILURE(expectMembersWhole(*pOwner, *pAsker)) << "seed " << uSeed;
         took("come and gone at random, from the last step", tpEnded);
-        expectEntries(*pOwner, 0, 0, setShared.size());
-        expectEntries(*pAsker, setShared.size(), uRegistered, 0);
         ASSERT_FALSE(HasFailure()) << "seed " << uSeed;
     }
     conclude(*pAsker);
     conclude(*pOwner);
+}
+
+/// Who is registered now, and nobody else, is registered at the owner and has its records.
+void ClusterCrowdTest::expectMembersWhole(CNode& owner, CNode& asker)
+{
+    std::set<unsigned> setShared;
+    std::vector<CShare> vecShares;
+    std::size_t uRegistered = 0;
+    for (const std::string sName : {"a", "b"})
+    {
+        const std::string sCalls = asker.ask("members " + sName)[0];
+        const auto vecNumbers = CallSet::numbers(sCalls);
+        setShared.insert(vecNumbers.begin(), vecNumbers.end());
+        uRegistered += vecNumbers.size();
+        vecShares.push_back({owner, asker, sName, sCalls});
+    }
+    for (CShare& share : vecShares)
+        share.uOwned = setShared.size();
+    ASSERT_NO_FATAL_FAILURE(awaitWhole(vecShares));
+    expectEntries(owner, 0, 0, setShared.size());
+    expectEntries(asker, setShared.size(), uRegistered, 0);
+}
+
+TEST_F(ClusterCrowdTest, RegistrantsThatComeAndGoAtRandomEndUpRight)
+{
+    comeAndGo(cSanitized ? 600 : 3'000, false);
+}
+
+TEST_F(ClusterCrowdTest, RegistrantsThatComeAndGoWhileConnectionsAreLostEndUpRight)
+{
+    if (!m_network.lacks().empty())
+        GTEST_SKIP() << "no connection to end: " << m_network.lacks();
+    comeAndGo(cSanitized ? 1'000 : 10'000, true);
 }
 
 void ClusterCrowdTest::reconnectWith(unsigned uCalls, milliseconds limit)
@@ -216,8 +245,8 @@ void ClusterCrowdTest::reconnectWith(unsigned uCalls, milliseconds limit)
     pOwner->tell("load " + sSome + " 100"); // its calls into the store meet the exchange's
     pAsker->program().thaw();
     const auto tpReturn = CClock::now();
-    ASSERT_TRUE(pOwner->isTold("await-registrations " + std::to_string(uCalls) + ' ' + std::to_string(uCalls) +
-                               text(limit)));
+    ASSERT_TRUE(
+        pOwner->isTold("await-registrations " + std::to_string(uCalls) + ' ' + std::to_string(uCalls) + text(limit)));
     took(std::to_string(uCalls) + " calls registered again", tpReturn);
     pOwner->tell("unload");
     ASSERT_NO_FATAL_FAILURE(awaitWhole({{*pOwner, *pAsker, "a", sCalls}}, limit));

@@ -64,9 +64,9 @@ public:
     ~CNode()
     {
         (void)unload();
+        (void)m_pStore->Finalize(); // cannot fail; whatever is under way
         m_mapCopies.clear();
         m_pRegistrations.reset();
-        (void)m_pStore->Finalize(); // cannot fail
     }
     CNode(const CNode&) = delete;
     CNode& operator=(const CNode&) = delete;
@@ -207,8 +207,8 @@ unsigned long CNode::unload()
     return m_ulLoaded;
 }
 
-/// Registers and unregisters two registrants of each call in every order, while the exchanges that this starts are under
-/// way: how far they have got when the next step comes is left to chance.
+/// Registers and unregisters two registrants of each call in every order, while the exchanges that this starts are
+/// under way: how far they have got when the next step comes is left to chance.
 std::string CNode::churn(const CWords& vecWords)
 {
     const auto uCalls = static_cast<unsigned>(std::stoul(vecWords.at(2)));
@@ -248,8 +248,8 @@ std::string CNode::digest(const std::string& sCalls)
 std::string CNode::await(const CWords& vecWords)
 {
     CNodeCopies& group = copies(vecWords.at(1));
-    const bool bSame = group.await(std::stoul(vecWords.at(2)), std::stoull(vecWords.at(3)),
-                                   milliseconds(std::stol(vecWords.at(4))));
+    const bool bSame =
+        group.await(std::stoul(vecWords.at(2)), std::stoull(vecWords.at(3)), milliseconds(std::stol(vecWords.at(4))));
     const auto [uCopies, ullDigest] = group.state();
     return (bSame ? "yes " : "no ") + std::to_string(uCopies) + ' ' + std::to_string(ullDigest);
 }
@@ -382,8 +382,8 @@ std::string CNode::answer(const std::string& sCommand)
                     : "no ") +
                registrations();
     if (sVerb == "await-deliveries")
-        return copies(vecWords.at(1)).awaitDeliveries(std::stoul(vecWords.at(2)),
-                                                      milliseconds(std::stol(vecWords.at(3))))
+        return copies(vecWords.at(1))
+                       .awaitDeliveries(std::stoul(vecWords.at(2)), milliseconds(std::stol(vecWords.at(3))))
                    ? "yes"
                    : "no";
     if (sVerb == "entries")

@@ -1,5 +1,5 @@
-// Servers that fall silent: stopped as they are, or cut off from the network, without a word to the other side. Both own
-// calls that the other has registered for, so that either side tells when it has noticed.
+// Servers that fall silent: stopped as they are, or cut off from the network, without a word to the other side. Both
+// own calls that the other has registered for, so that either side tells when it has noticed.
 
 #include "Cluster.h"
 

@@ -18,8 +18,8 @@
 class CRecordDigest
 {
 public:
-    /// A record's text form. That of a record itself also says which of a log's entries came last, which differs between
-    /// servers that got the same entries in another order; a copy gets them in the order of their stamps.
+    /// A record's text form. That of a record itself also says which of a log's entries came last, which differs
+    /// between servers that got the same entries in another order; a copy gets them in the order of their stamps.
     static std::string text(CCallData& data)
     {
         std::string sText;
@@ -95,8 +95,7 @@ public:
     bool await(std::size_t uCopies, std::uint64_t ullDigest, std::chrono::milliseconds limit)
     {
         std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, limit,
-                                  [&] { return m_uWithData == uCopies && m_ullDigest == ullDigest; });
+        return m_changed.wait_for(lock, limit, [&] { return m_uWithData == uCopies && m_ullDigest == ullDigest; });
     }
     /// Waits until so many deliveries more have come.
     bool awaitDeliveries(unsigned long ulMore, std::chrono::milliseconds limit)

@@ -51,8 +51,8 @@ public:
     bool await(std::size_t uCalls, std::size_t uRegistrations, std::chrono::milliseconds limit)
     {
         std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(
-            lock, limit, [&] { return m_mapOfPeers.size() == uCalls && m_uRegistrations == uRegistrations; });
+        return m_changed.wait_for(lock, limit,
+                                  [&] { return m_mapOfPeers.size() == uCalls && m_uRegistrations == uRegistrations; });
     }
     /// Waits until so many registrations of peers have ended since the start.
     bool awaitEnded(std::size_t uEnded, std::chrono::milliseconds limit)
