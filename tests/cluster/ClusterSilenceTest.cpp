@@ -40,6 +40,13 @@ protected:
         node.tell("touch " + callsOf(*m_pOne) + ' ' + sValue);
         node.tell("touch " + callsOf(*m_pTwo) + ' ' + sValue);
     }
+    /// Registrants at one side leave calls of the other, and come back.
+    void comeAndGo(CNode& node)
+    {
+        const CNode& other = &node == m_pOne.get() ? *m_pTwo : *m_pOne;
+        node.tell("leave a " + callsOf(other));
+        node.tell("watch a " + other.address() + ' ' + callsOf(other));
+    }
     void concludeBoth()
     {
         for (CNode* const pNode : {m_pOne.get(), m_pTwo.get()})
@@ -64,9 +71,11 @@ TEST_F(ClusterSilenceTest, BothAreWholeAfterOneStoodStillForLongerThanTheLimit)
     const auto tpStopped = CClock::now();
     m_pTwo->program().freeze();
     touchAll(*m_pOne, "meanwhile");
+    comeAndGo(*m_pOne);
     ASSERT_TRUE(m_pOne->isTold(s_sNoticed));
     took("peer stands still, until noticed", tpStopped);
     touchAll(*m_pOne, "alone");
+    comeAndGo(*m_pOne);
     m_pTwo->program().thaw();
     const auto tpReturn = CClock::now();
     m_pTwo->tell("unload");
@@ -98,6 +107,7 @@ TEST_F(ClusterSilenceTest, BothAreWholeAfterTheLinkWasCutForLongerThanTheLimit)
         pNode->tell("load " + callsOf(*pNode) + " 500");
     const auto tpCut = CClock::now();
     m_network.cut(2);
+    comeAndGo(*m_pOne);
     ASSERT_TRUE(m_pOne->isTold(s_sNoticed));
     ASSERT_TRUE(m_pTwo->isTold(s_sNoticed));
     took("link cut, until both have noticed", tpCut);
