@@ -23,7 +23,9 @@
 //   await-ended COUNT LIMIT            -> yes or no, the same
 //   entries LIMIT                      -> what the exchange keeps: calls of other servers, registrations counted for
 //                                         them, entries for their owners, entries for peers; different keys of both
-//   times                              -> calls into the store, the longest, the machine's own delay; in microseconds
+//   times                              -> calls into the store, the longest, the machine's own delay, in microseconds,
+//   and
+//                                         what the longest was
 //   memory                             -> kilobytes resident, bytes allocated
 //   text NAME CALL, record CALL        -> a copy, a record; for messages about failures
 //   stop                                  ends in order
@@ -108,7 +110,8 @@ private:
     {
         std::string sBytes = sValue;
         auto* const pBytes = reinterpret_cast<unsigned char*>(sBytes.data());
-        require(m_times.measured([&] { return call.setProperty(sName, pBytes, static_cast<int>(sBytes.size())); }),
+        require(m_times.measured("setProperty",
+                                 [&] { return call.setProperty(sName, pBytes, static_cast<int>(sBytes.size())); }),
                 "setProperty");
     }
     void update(unsigned uNumber, const std::string& sValue, std::size_t uBytes, bool bLog);
@@ -160,16 +163,18 @@ void CNode::update(unsigned uNumber, const std::string& sValue, std::size_t uByt
         auto* const pBytes = reinterpret_cast<unsigned char*>(sBytes.data());
         require(call.appendLogEntry(CDSLOG_CONNECT_ENTRY, pBytes, static_cast<int>(sBytes.size())), "appendLogEntry");
     }
-    require(m_times.measured([&] { return m_pStore->Update(cReader, &call, false); }), "Update");
+    require(m_times.measured("Update", [&] { return m_pStore->Update(cReader, &call, false); }), "Update");
 }
 
 std::string CNode::own(const CWords& vecWords)
 {
     for (const unsigned uNumber : CallSet::numbers(vecWords.at(1)))
-        require(m_times.measured([&] {
-            return m_pStore->Register(0, CNodeRegistrations::cLocal + std::to_string(uNumber), m_sServerIP,
-                                      CallSet::callID(uNumber), "none", nullptr, 1);
-        }),
+        require(m_times.measured("Register",
+                                 [&] {
+                                     return m_pStore->Register(0, CNodeRegistrations::cLocal + std::to_string(uNumber),
+                                                               m_sServerIP, CallSet::callID(uNumber), "none", nullptr,
+                                                               1);
+                                 }),
                 "Register");
     return "ok";
 }
@@ -315,7 +320,8 @@ std::string CNode::times()
         return std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
     };
     const auto reading = m_times.read();
-    return std::to_string(reading.ulCalls) + ' ' + us(reading.longest) + ' ' + us(reading.machine);
+    return std::to_string(reading.ulCalls) + ' ' + us(reading.longest) + ' ' + us(reading.machine) + ' ' +
+           reading.pszLongest;
 }
 
 std::string CNode::memory()

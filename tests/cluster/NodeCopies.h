@@ -67,7 +67,7 @@ public:
     {
         auto& pCopy = m_mapCopies[uNumber];
         pCopy = std::make_unique<CCopy>(*this);
-        const long lResult = m_times.measured([&] {
+        const long lResult = m_times.measured("Register", [&] {
             return m_store.Register(reinterpret_cast<unsigned long>(pCopy.get()), registrationOf(uNumber), m_sOwnerIP,
                                     CallSet::callID(uNumber), "*", onMessage, 1);
         });
@@ -77,7 +77,8 @@ public:
     }
     long leave(unsigned uNumber)
     {
-        const long lResult = m_times.measured([&] { return m_store.Unregister(registrationOf(uNumber)); });
+        const long lResult =
+            m_times.measured("Unregister", [&] { return m_store.Unregister(registrationOf(uNumber)); });
         const std::lock_guard guard(m_mutex);
         if (const auto node = m_mapCopies.extract(uNumber); !node.empty())
             count(*node.mapped(), 0);

@@ -5,9 +5,11 @@
 #include <condition_variable>
 #include <mutex>
 #include <thread>
+#include <time.h>
+#include <utility>
 
-/// How long a node's calls into the store took at the most, and how late the machine let a thread run that had nothing
-/// to do with the store. A call is late by itself only beyond that.
+/// How long a node's calls into the store took at the most, and how much the machine delayed a thread that had nothing
+/// to do with the store, but woke up and worked like one that has. A call is late by itself only beyond that.
 ///
 /// Threads  may be called from any.
 class CNodeTimes
@@ -19,6 +21,7 @@ public:
     {
         unsigned long ulCalls = 0;
         CClock::duration longest{};
+        const char* pszLongest = "none";
         CClock::duration machine{};
     };
 
@@ -36,14 +39,18 @@ public:
     CNodeTimes& operator=(const CNodeTimes&) = delete;
 
     /// Measures one call into the store.
-    template <class TCall> auto measured(TCall call)
+    template <class TCall> auto measured(const char* pszName, TCall call)
     {
         const auto begin = CClock::now();
         const auto result = call();
         const auto took = CClock::now() - begin;
         const std::lock_guard guard(m_mutex);
         ++m_reading.ulCalls;
-        m_reading.longest = std::max(m_reading.longest, took);
+        if (took > m_reading.longest)
+        {
+            m_reading.longest = took;
+            m_reading.pszLongest = pszName;
+        }
         return result;
     }
 
@@ -55,15 +62,27 @@ public:
     }
 
 private:
+    static std::chrono::nanoseconds worked()
+    {
+        timespec time{};
+        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time); // always there
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    }
     void watchMachine()
     {
-        constexpr auto cPeriod = std::chrono::milliseconds(2);
+        constexpr auto cPause = std::chrono::milliseconds(5);
+        constexpr auto cWork = std::chrono::microseconds(300);
         std::unique_lock lock(m_mutex);
         while (!m_bStopping)
         {
             const auto begin = CClock::now();
-            (void)m_stopping.wait_for(lock, cPeriod, [this] { return m_bStopping; });
-            m_reading.machine = std::max(m_reading.machine, CClock::now() - begin - cPeriod);
+            (void)m_stopping.wait_for(lock, cPause, [this] { return m_bStopping; });
+            lock.unlock();
+            for (const auto until = worked() + cWork; worked() < until;)
+                continue;
+            const auto delay = CClock::now() - begin - cPause - cWork;
+            lock.lock();
+            m_reading.machine = std::max<CClock::duration>(m_reading.machine, delay);
         }
     }
 
