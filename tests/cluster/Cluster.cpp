@@ -39,46 +39,53 @@ std::vector<std::string> CNode::finish()
 void CClusterTest::awaitWhole(const std::vector<CShare>& vecShares, milliseconds limit)
 {
     const auto tpUntil = CClock::now() + limit;
-    const auto left = [&] {
-        const auto rest = std::chrono::duration_cast<milliseconds>(tpUntil - CClock::now());
-        return std::max(rest, milliseconds(1));
-    };
     for (const CShare& share : vecShares)
     {
-        const std::size_t uCalls = CallSet::numbers(share.sCalls).size();
-        const std::size_t uOwned = share.uOwned == 0 ? uCalls : share.uOwned;
+        const std::size_t uOwned = share.uOwned == 0 ? CallSet::numbers(share.sCalls).size() : share.uOwned;
         const std::size_t uRegistrations = share.uRegistrations == 0 ? uOwned : share.uRegistrations;
         const auto vecCounted = share.owner.ask("await-registrations " + std::to_string(uOwned) + ' ' +
-                                                std::to_string(uRegistrations) + ' ' + std::to_string(left().count()));
+                                                std::to_string(uRegistrations) + text(left(tpUntil)));
         ASSERT_EQ(vecCounted[0], "yes") << vecCounted[1] << " calls have " << vecCounted[2] << " registrations, not "
                                         << uOwned << " and " << uRegistrations;
-        // The owner's records may still change when a digest is taken, so none is waited for much longer than
-        // it took.
-        std::vector<std::string> vecOwned;
-        std::vector<std::string> vecCopied{"no"};
-        while (vecCopied[0] == "no" && CClock::now() < tpUntil)
-        {
-            const auto tpAsked = CClock::now();
-            vecOwned = share.owner.ask("digest " + share.sCalls);
-            const auto patience = 3 * std::chrono::ceil<milliseconds>(CClock::now() - tpAsked) + milliseconds(10);
-            vecCopied = share.asker.ask("await " + share.sName + ' ' + std::to_string(uCalls) + ' ' + vecOwned[1] +
-                                        ' ' + std::to_string(std::min(left(), patience).count()));
-        }
-        if (vecCopied[0] == "yes")
-            continue;
-        std::string sDifferent;
-        for (const unsigned uNumber : CallSet::numbers(share.sCalls))
-        {
-            const auto vecRecord = share.owner.ask("record " + std::to_string(uNumber));
-            const auto vecText = share.asker.ask("text " + share.sName + ' ' + std::to_string(uNumber));
-            if (vecRecord != vecText && sDifferent.size() < 2'000)
-                sDifferent += testing::PrintToString(uNumber) + ":\n  owned  " + testing::PrintToString(vecRecord) +
-                              "\n  copied " + testing::PrintToString(vecText) + '\n';
-        }
-        FAIL() << vecOwned[0] << " records at " << share.owner.address() << ", " << vecCopied[1] << " copies at "
-               << share.asker.address() << ". Different now:\n"
-               << sDifferent;
+        ASSERT_NO_FATAL_FAILURE(awaitSame(share, left(tpUntil)));
     }
+}
+
+void CClusterTest::awaitSame(const CShare& share, milliseconds limit)
+{
+    const auto tpUntil = CClock::now() + limit;
+    const auto vecNumbers = CallSet::numbers(share.sCalls);
+    // The owner's records may still change when a digest is taken, so none is waited for much longer than it took.
+    std::vector<std::string> vecOwned;
+    std::vector<std::string> vecCopied{"no"};
+    while (vecCopied[0] == "no" && CClock::now() < tpUntil)
+    {
+        const auto tpAsked = CClock::now();
+        vecOwned = share.owner.ask("digest " + share.sCalls);
+        const auto patience = 3 * std::chrono::ceil<milliseconds>(CClock::now() - tpAsked) + milliseconds(10);
+        vecCopied = share.asker.ask("await " + share.sName + ' ' + std::to_string(vecNumbers.size()) + ' ' +
+                                    vecOwned[1] + text(std::min(left(tpUntil), patience)));
+    }
+    if (vecCopied[0] == "yes")
+        return;
+    std::string sDifferent;
+    for (const unsigned uNumber : vecNumbers)
+    {
+        const auto vecRecord = share.owner.ask("record " + std::to_string(uNumber));
+        const auto vecText = share.asker.ask("text " + share.sName + ' ' + std::to_string(uNumber));
+        if (vecRecord != vecText && sDifferent.size() < 2'000)
+            sDifferent += std::to_string(uNumber) + ":\n  owned  " + testing::PrintToString(vecRecord) + "\n  copied " +
+                          testing::PrintToString(vecText) + '\n';
+    }
+    FAIL() << vecOwned[0] << " records at " << share.owner.address() << ", " << vecCopied[1] << " copies at "
+           << share.asker.address() << ". Different now:\n"
+           << sDifferent;
+}
+
+/// What is left of a limit; not nothing, so that what is there already is found.
+CClusterTest::milliseconds CClusterTest::left(CClock::time_point tpUntil)
+{
+    return std::max(std::chrono::duration_cast<milliseconds>(tpUntil - CClock::now()), milliseconds(1));
 }
 
 void CClusterTest::took(const std::string& sWhat, CClock::time_point tpBegin)

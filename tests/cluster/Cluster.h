@@ -81,6 +81,9 @@ protected:
     /// Waits until peers' registrations are at the owner exactly once, and each copy is equal to its owner's record.
     void awaitWhole(const std::vector<CShare>& vecShares, milliseconds limit = cLimit);
 
+    /// Waits until each copy is equal to its owner's record, whatever is registered.
+    void awaitSame(const CShare& share, milliseconds limit = cLimit);
+
     /// Says how long something took, for the record.
     void took(const std::string& sWhat, CClock::time_point tpBegin);
     void measured(const std::string& sWhat, long lValue, const char* pszUnit);
@@ -92,4 +95,7 @@ protected:
     void conclude(CNode& node);
 
     CNetwork m_network;
+
+private:
+    static milliseconds left(CClock::time_point tpUntil);
 };

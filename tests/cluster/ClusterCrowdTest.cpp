@@ -5,6 +5,7 @@
 #include <iostream>
 #include <random>
 #include <set>
+#include <tuple>
 
 namespace {
 
@@ -76,6 +77,58 @@ TEST_F(ClusterCrowdTest, OthersGoOnWhileAPeerDoesNotRead)
     conclude(*pOther);
     conclude(*pDeaf);
     conclude(*pOwner);
+}
+
+TEST_F(ClusterCrowdTest, OthersGoOnWhileALinkIsCut)
+{
+    if (!m_network.lacks().empty())
+        GTEST_SKIP() << "no link to cut: " << m_network.lacks();
+    // The first server owns calls that both others have registered for, and has registered for calls of either.
+    constexpr unsigned cCalls = 20;
+    const std::string sFirst = "0-19";
+    const std::string sCut = "100-119";
+    const std::string sOther = "200-219";
+    const auto pFirst = startOwner(sFirst);
+    const auto pCut = startAsker(2, sFirst);
+    const auto pOther = startAsker(3, sFirst);
+    for (const auto& [pNode, sName, sCalls] :
+         {std::tuple(pCut.get(), "cut ", sCut), std::tuple(pOther.get(), "other ", sOther)})
+    {
+        pNode->tell("own " + sCalls);
+        pNode->tell("touch " + sCalls + " first");
+        pFirst->tell("watch " + (sName + pNode->address()) + ' ' + sCalls);
+    }
+    const std::vector<CShare> vecShares{{*pFirst, *pCut, "a", sFirst, 2 * cCalls},
+                                        {*pFirst, *pOther, "a", sFirst, 2 * cCalls},
+                                        {*pCut, *pFirst, "cut", sCut},
+                                        {*pOther, *pFirst, "other", sOther}};
+    ASSERT_NO_FATAL_FAILURE(awaitWhole(vecShares));
+    const auto tpCut = CClock::now();
+    m_network.cut(2);
+    auto slowest = CClock::duration::zero();
+    unsigned uAfter = 0; // rounds since the first server has noticed
+    for (unsigned uRound = 0; uAfter < 20 && CClock::now() - tpCut < cLimit; ++uRound)
+    {
+        const auto tpRound = CClock::now();
+        for (const std::string& sCalls : {sCut, sFirst, sOther})
+            pFirst->tell("touch " + sCalls + " round-" + std::to_string(uRound));
+        ASSERT_NO_FATAL_FAILURE(awaitSame(vecShares[1]));
+        ASSERT_NO_FATAL_FAILURE(awaitSame(vecShares[3]));
+        slowest = std::max(slowest, CClock::now() - tpRound);
+        uAfter += pFirst->ask("registrations")[1] == std::to_string(cCalls) ? 1 : 0;
+    }
+    ASSERT_EQ(uAfter, 20U) << "the cut is not noticed";
+    measured("slowest round of another peer meanwhile", std::chrono::duration_cast<milliseconds>(slowest).count(),
+             "ms");
+    EXPECT_LT(slowest, milliseconds(cSanitized ? 20'000 : 2'000));
+    m_network.mend(2);
+    const auto tpMended = CClock::now();
+    awaitWhole(vecShares);
+    took("one of two links cut, from its return", tpMended);
+    expectEntries(*pFirst, 2 * cCalls, 2 * cCalls, 2 * cCalls);
+    conclude(*pFirst);
+    conclude(*pOther);
+    conclude(*pCut);
 }
 
 TEST_F(ClusterCrowdTest, AHundredLostConnectionsLeaveNothingBehind)
