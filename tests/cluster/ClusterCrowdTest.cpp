@@ -313,11 +313,18 @@ TEST_F(ClusterCrowdTest, AThousandCallsAreWholeAfterTheConnectionWasLost)
     reconnectWith(1'000, cLimit);
 }
 
-TEST_F(ClusterCrowdTest, FiftyThousandCallsAreWholeAfterTheConnectionWasLost)
+/// Without optimisation the same takes several times as long.
+#ifdef __OPTIMIZE__
+constexpr unsigned cManyCalls = 50'000;
+#else
+constexpr unsigned cManyCalls = 20'000;
+#endif
+
+TEST_F(ClusterCrowdTest, TensOfThousandsOfCallsAreWholeAfterTheConnectionWasLost)
 {
     if (cSanitized)
         GTEST_SKIP() << "too slow under a sanitizer";
-    reconnectWith(50'000, milliseconds(50'000));
+    reconnectWith(cManyCalls, milliseconds(50'000));
 }
 
 } // namespace
