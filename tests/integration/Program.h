@@ -1,10 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <stdexcept>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -13,7 +17,8 @@
 class CProgram
 {
 public:
-    explicit CProgram(std::vector<std::string> vecCommand)
+    /// @param nNetwork  descriptor of the network namespace that it runs in; negative: this process's
+    explicit CProgram(std::vector<std::string> vecCommand, int nNetwork = -1)
     {
         int nInput[2];
         int nOutput[2];
@@ -28,6 +33,8 @@ public:
         {
             (void)dup2(nInput[0], STDIN_FILENO); // a failure shows in an output that never comes
             (void)dup2(nOutput[1], STDOUT_FILENO);
+            if (nNetwork >= 0 && setns(nNetwork, CLONE_NEWNET) != 0)
+                _exit(126);
             execv(vecArguments[0], vecArguments.data());
             _exit(127);
         }
@@ -97,6 +104,24 @@ public:
         if (m_pid > 0)
             ::kill(m_pid, SIGTERM);
     }
+
+    /// @return false when it has not ended in time
+    bool awaitEnd(std::chrono::milliseconds limit) const
+    {
+        const int nProcess = static_cast<int>(syscall(SYS_pidfd_open, m_pid, 0));
+        pollfd end{nProcess, POLLIN, 0};
+        const bool bEnded = nProcess >= 0 && poll(&end, 1, static_cast<int>(limit.count())) == 1;
+        close(nProcess);
+        return bEnded;
+    }
+
+    /// Stops it as it is: it neither reads nor answers. Returns when it stands still.
+    void freeze()
+    {
+        ::kill(m_pid, SIGSTOP);
+        waitpid(m_pid, nullptr, WUNTRACED);
+    }
+    void thaw() { ::kill(m_pid, SIGCONT); }
 
     /// Ends it at once, without a chance to tidy up.
     void kill()
