@@ -69,14 +69,42 @@ void CEventStream::open()
 
 void CEventStream::close()
 {
-    std::deque<CItem> lstItems;
+    decltype(m_mapItems) mapItems;
     {
         const std::lock_guard lock(m_mtx);
         m_bOpen = false;
-        lstItems.swap(m_lstItems);
+        mapItems.swap(m_mapItems);
+        m_lstTurns.clear();
+        m_uItems = 0;
     }
     m_cv.notify_all();
-    std::for_each(lstItems.begin(), lstItems.end(), release);
+    for (const auto& [dwPeer, lstItems] : mapItems)
+        std::for_each(lstItems.begin(), lstItems.end(), release);
+}
+
+/// A new last item of a peer. Under m_mtx.
+CEventStream::CItem& CEventStream::append(std::uint32_t dwPeer)
+{
+    const auto [it, bFirst] = m_mapItems.try_emplace(dwPeer);
+    try
+    {
+        if (bFirst)
+            m_lstTurns.push_back(dwPeer);
+        CItem& item = it->second.emplace_back();
+        item.dwPeer = dwPeer;
+        ++m_uItems;
+        return item;
+    }
+    catch (...) // without memory nothing has happened
+    {
+        if (bFirst)
+        {
+            if (!m_lstTurns.empty() && m_lstTurns.back() == dwPeer)
+                m_lstTurns.pop_back();
+            m_mapItems.erase(it);
+        }
+        throw;
+    }
 }
 
 bool CEventStream::isOpen() const
@@ -91,9 +119,8 @@ void CEventStream::connected(std::uint32_t dwPeer, std::uint32_t dwSession)
         const std::lock_guard lock(m_mtx);
         if (!m_bOpen)
             return;
-        CItem& item = m_lstItems.emplace_back();
+        CItem& item = append(dwPeer);
         item.lResult = m_lConnected;
-        item.dwPeer = dwPeer;
         item.dwSession = dwSession;
     }
     m_cv.notify_one();
@@ -107,21 +134,26 @@ void CEventStream::disconnected(std::uint32_t dwPeer, std::uint32_t dwSession)
         if (!m_bOpen)
             return;
         bool bBeginningUnseen = false;
-        std::deque<CItem> lstKept;
-        for (CItem& item : m_lstItems)
+        if (const auto it = m_mapItems.find(dwPeer); it != m_mapItems.end())
         {
-            const bool bLeftOver = item.dwPeer == dwPeer && item.dwSession == dwSession;
-            bBeginningUnseen |= bLeftOver && item.lResult == m_lConnected;
-            (bLeftOver ? lstDropped : lstKept).push_back(std::move(item));
+            std::deque<CItem> lstKept;
+            for (CItem& item : it->second)
+            {
+                const bool bLeftOver = item.dwSession == dwSession;
+                bBeginningUnseen |= bLeftOver && item.lResult == m_lConnected;
+                (bLeftOver ? lstDropped : lstKept).push_back(std::move(item));
+            }
+            m_uItems -= lstDropped.size();
+            it->second = std::move(lstKept);
+            if (it->second.empty())
+            {
+                m_mapItems.erase(it);
+                std::erase(m_lstTurns, dwPeer);
+            }
         }
-        m_lstItems = std::move(lstKept);
+        // Its session is none: the end of a connection is no left-over of it.
         if (!bBeginningUnseen)
-        {
-            CItem& item = m_lstItems.emplace_back();
-            item.lResult = m_lDisconnected;
-            item.dwPeer = dwPeer;
-            // A session of its own: the end of a connection is no left-over of it.
-        }
+            append(dwPeer).lResult = m_lDisconnected;
     }
     m_cv.notify_one();
     std::for_each(lstDropped.begin(), lstDropped.end(), release);
@@ -133,8 +165,10 @@ bool CEventStream::request(CItem item)
         const std::lock_guard lock(m_mtx);
         if (!m_bOpen)
             return false;
-        item.pBudget->add(item.body.uSize + sizeof(CItem));
-        m_lstItems.push_back(std::move(item));
+        const std::uint32_t dwPeer = item.dwPeer;
+        CItem& last = append(dwPeer);
+        last = std::move(item);
+        last.pBudget->add(last.body.uSize + sizeof(CItem));
     }
     m_cv.notify_one();
     return true;
@@ -144,11 +178,23 @@ bool CEventStream::fetch(CItem* pItem)
 {
     {
         std::unique_lock lock(m_mtx);
-        m_cv.wait(lock, [this] { return !m_lstItems.empty() || !m_bOpen; });
+        m_cv.wait(lock, [this] { return m_uItems != 0 || !m_bOpen; });
         if (!m_bOpen)
             return false;
-        *pItem = std::move(m_lstItems.front());
-        m_lstItems.pop_front();
+        const auto it = m_mapItems.find(m_lstTurns.front());
+        *pItem = std::move(it->second.front());
+        it->second.pop_front();
+        --m_uItems;
+        if (it->second.empty())
+        {
+            m_lstTurns.pop_front();
+            m_mapItems.erase(it);
+        }
+        else if (m_lstTurns.size() > 1)
+        {
+            m_lstTurns.push_back(m_lstTurns.front());
+            m_lstTurns.pop_front();
+        }
     }
     release(*pItem);
     return true;
@@ -157,7 +203,7 @@ bool CEventStream::fetch(CItem* pItem)
 std::size_t CEventStream::size() const
 {
     const std::lock_guard lock(m_mtx);
-    return m_lstItems.size();
+    return m_uItems;
 }
 
 void CEventStream::release(const CItem& item)

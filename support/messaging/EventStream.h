@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <unordered_map>
 
 namespace Messaging {
 
@@ -47,7 +48,8 @@ private:
     const std::function<void()> m_fnRelieved;
 };
 
-/// Requests and connection events in the order in which they happened, for the thread that fetches them.
+/// Requests and connection events, for the thread that fetches them: of each peer in the order in which they happened,
+/// and the peers by turns, so that one that sends more than is handled holds up nobody else.
 ///
 /// What nobody has fetched when its connection ends is dropped, the event of its beginning included: the stream holds
 /// at most the end of one connection and the beginning of another for each peer, however often peers come and go.
@@ -87,14 +89,18 @@ public:
     std::size_t size() const;
 
 private:
+    CItem& append(std::uint32_t dwPeer);
     static void release(const CItem& item);
 
     const long m_lConnected;
     const long m_lDisconnected;
     mutable std::mutex m_mtx;
     std::condition_variable m_cv;
-    std::deque<CItem> m_lstItems; // guarded by m_mtx
-    bool m_bOpen = false;         // guarded by m_mtx
+    // Guarded by m_mtx.
+    std::unordered_map<std::uint32_t, std::deque<CItem>> m_mapItems; // peer -> its items; none is empty
+    std::deque<std::uint32_t> m_lstTurns;                            // the peers that have items, each once
+    std::size_t m_uItems = 0;                                        // of all peers
+    bool m_bOpen = false;
 };
 
 } // namespace Messaging

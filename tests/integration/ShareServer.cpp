@@ -9,8 +9,8 @@ CShareServer::CShareServer(const std::string& sProgram, std::string sAddress, st
                            const std::string& sSettings)
     : m_sAddress(std::move(sAddress))
 {
-    m_directory.write("cds.toml", sSettings + "\n[Orvane.CDS.Messaging]\nLocalAddress = \"" + m_sAddress +
-                                      "\"\nPort = " + std::to_string(wPort) + '\n');
+    m_directory.write("cds.toml", "Orvane.CDS.Messaging.LocalAddress = \"" + m_sAddress +
+                                      "\"\nOrvane.CDS.Messaging.Port = " + std::to_string(wPort) + '\n' + sSettings);
     m_optProgram.emplace(std::vector<std::string>{sProgram, m_directory.path(), m_sAddress});
     m_thread = std::thread(&CShareServer::read, this);
     if (!hears("started"))

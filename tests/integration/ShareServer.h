@@ -22,7 +22,7 @@ public:
     static constexpr std::chrono::seconds cPatience{20};
 
     /// @param sProgram   the node's program
-    /// @param sSettings  more lines of the configuration
+    /// @param sSettings  more lines of the configuration, with dotted keys from the top
     CShareServer(const std::string& sProgram, std::string sAddress, std::uint16_t wPort,
                  const std::string& sSettings = "");
     ~CShareServer();
