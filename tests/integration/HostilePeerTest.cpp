@@ -3,8 +3,10 @@
 #include "RawPeer.h"
 #include "ShareServer.h"
 
-#include <atomic>
+#include <algorithm>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -21,6 +23,12 @@ const std::string cPing("18;NETREQ_CLIENT_PING\0", 22);
 const std::string cAnswer("20;NETRSP_CLIENT_STATUS;1;0\0", 28);
 /// Within this an update arrives at the peer that behaves, whatever the other one does.
 constexpr seconds cSoon{10};
+/// Whether a process has the memory that it asks for, and not a sanitizer's.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool cMeasuresMemory = false;
+#else
+constexpr bool cMeasuresMemory = true;
+#endif
 /// What the test's own updates may add to the logs of a burst.
 constexpr std::uintmax_t cOwnLogBytes = 96UL * 1024;
 
@@ -100,8 +108,9 @@ protected:
         {
             const std::string sValue = "value " + std::to_string(++m_nUpdates);
             const auto tpBegin = std::chrono::steady_clock::now();
-            // An entry: of two values of a property the later stamp counts, and servers' clocks differ by a little.
-            pUpdater->tell({"append", cShared, "CONNECT_ENTRY", sValue});
+            // An entry in a log of its own: of two values of a property the later stamp counts, of two entries of a
+            // log with the same stamp the first, and servers' clocks differ by a little.
+            pUpdater->tell({"append", cShared, "LOG OF " + pUpdater->address(), sValue});
             CShareServer& other = pUpdater == m_pVictim.get() ? *m_pFriend : *m_pVictim;
             const auto optChange = other.hears("change", cSoon);
             ASSERT_TRUE(optChange) << sValue << " does not arrive at " << other.address();
@@ -118,7 +127,8 @@ protected:
 
     /// What the logs have grown by since the start.
     std::uintmax_t logged() { return m_pVictim->logBytes("") - m_uLogBytes; }
-    long grownKB() const { return m_pVictim->residentKB() - m_lResidentKB; }
+    /// 0 where it cannot be told.
+    long grownKB() const { return cMeasuresMemory ? m_pVictim->residentKB() - m_lResidentKB : 0; }
     void report(const char* pszWhat, std::size_t uEvents)
     {
         std::printf("%zu %s: %ju bytes of log, memory grown by %ld KB, slowest update %lld ms\n", uEvents, pszWhat,
@@ -342,12 +352,18 @@ TEST_F(HostilePeerTest, AFloodOfRequestsLeavesRoomForOthers)
 {
     constexpr std::uint32_t cRequests = 30'000;
     CRawPeer peer = greeted();
-    std::atomic<bool> bDone = false;
-    std::atomic<std::uint32_t> dwAnswers = 0;
-    std::thread reader([&] { // what is not read is another matter
-        while (!bDone && dwAnswers < cRequests)
-            if (const auto optFrame = peer.receive(milliseconds(200)); optFrame && optFrame->at(0) == '\4')
-                ++dwAnswers;
+    std::mutex mtx;
+    std::condition_variable cv;
+    std::uint32_t dwAnswers = 0; // guarded by mtx
+    std::thread reader([&] {     // what is not read is another matter
+        while (const auto optFrame = peer.receive('\4'))
+        {
+            const std::lock_guard lock(mtx);
+            if (++dwAnswers % 1000 == 0)
+                cv.notify_all();
+            if (dwAnswers == cRequests)
+                break;
+        }
     });
     std::thread flooder([&] {
         for (std::uint32_t dw = 1; dw <= cRequests; dw += 100)
@@ -360,16 +376,17 @@ TEST_F(HostilePeerTest, AFloodOfRequestsLeavesRoomForOthers)
         }
     });
     long lMostKB = 0;
-    do
+    // Again and again while it lasts.
+    for (std::uint32_t dwNext = 0; dwNext <= cRequests && !HasFailure(); dwNext += 1000)
     {
+        std::unique_lock lock(mtx);
+        EXPECT_TRUE(cv.wait_for(lock, CShareServer::cPatience, [&] { return dwAnswers >= dwNext; }));
+        lock.unlock();
         serves();
         lMostKB = std::max(lMostKB, grownKB());
     }
-    while (dwAnswers < cRequests && !HasFatalFailure());
     flooder.join();
-    bDone = true;
     reader.join();
-    EXPECT_EQ(dwAnswers, cRequests);
     report("requests", cRequests);
     EXPECT_LE(lMostKB, 64 * 1024);
     EXPECT_LE(m_pVictim->logBytes("OvnCDS"), (cLogFiles + 1) * cLogFileKB * 1024UL);
