@@ -62,10 +62,12 @@ class CReceiveBudget
 {
 public:
     static constexpr std::uint64_t cMost = 64ULL * 1024 * 1024;
+    /// Who waits goes on when so much is left.
+    static constexpr std::uint64_t cEnough = cMost / 2;
 
     void take(std::uint64_t ullBytes);
     void give(std::uint64_t ullBytes);
-    /// Blocks while more than the limit is taken, unless it is closed.
+    /// When more than the limit is taken, blocks until it is enough, unless it is closed.
     void awaitRoom();
     void open(bool bOpen);
 

@@ -19,8 +19,10 @@ constexpr unsigned long cSendFlags = 0x40000000UL;
 constexpr unsigned long cExchangeSeconds = 30;
 constexpr int cAttempts = 5;
 constexpr unsigned long cRetryMs = 200;
-/// What an item costs beside its buffers, roughly.
-constexpr std::uint64_t cItemBytes = 512;
+/// What an item counts beside its buffers. More than it costs: at most about 1000 wait in the one queue that all peers
+/// share, so that one peer's flood is not a long wait for what the others send. The rest waits in the channel, which
+/// serves the peers by turns.
+constexpr std::uint64_t cItemBytes = 65'536;
 
 std::string callIDOf(const CCallbackMsg& msg)
 {
@@ -132,6 +134,8 @@ void CReceiveBudget::give(std::uint64_t ullBytes)
     {
         const std::lock_guard lock(m_mtx);
         m_ullTaken -= ullBytes;
+        if (m_ullTaken > cEnough)
+            return;
     }
     m_cvRoom.notify_one();
 }
@@ -139,7 +143,8 @@ void CReceiveBudget::give(std::uint64_t ullBytes)
 void CReceiveBudget::awaitRoom()
 {
     std::unique_lock lock(m_mtx);
-    m_cvRoom.wait(lock, [this] { return m_ullTaken <= cMost || !m_bOpen; });
+    if (m_ullTaken > cMost) // once it waits, for a good while: a wake for each item would cost more than the item
+        m_cvRoom.wait(lock, [this] { return m_ullTaken <= cEnough || !m_bOpen; });
 }
 
 void CReceiveBudget::open(bool bOpen)

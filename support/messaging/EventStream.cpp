@@ -16,20 +16,22 @@ void CEventStream::connected(std::uint32_t dwPeer, std::uint32_t dwSession)
 
 void CEventStream::disconnected(std::uint32_t dwPeer, std::uint32_t dwSession)
 {
-    std::deque<CReceivedItem> lstDropped;
-    (void)change([&](std::deque<CReceivedItem>& lstItems) { // a closed stream keeps nothing
+    CItems lstDropped;
+    // The end is no left-over of its session, so it carries no number of one.
+    CItems lstEnd;
+    lstEnd.push_back({m_lDisconnected, dwPeer, 0, 0, {}, nullptr});
+    (void)change(dwPeer, [&](CItems& lstItems) { // a closed stream keeps nothing
         bool bBeginningUnseen = false;
-        std::deque<CReceivedItem> lstKept;
-        for (CReceivedItem& item : lstItems)
+        for (auto it = lstItems.begin(); it != lstItems.end();)
         {
-            const bool bLeftOver = item.dwPeer == dwPeer && item.dwSession == dwSession;
-            bBeginningUnseen |= bLeftOver && item.lResult == m_lConnected;
-            (bLeftOver ? lstDropped : lstKept).push_back(std::move(item));
+            const auto itItem = it++;
+            if (itItem->dwSession != dwSession)
+                continue;
+            bBeginningUnseen |= itItem->lResult == m_lConnected;
+            lstDropped.splice(lstDropped.end(), lstItems, itItem);
         }
-        lstItems = std::move(lstKept);
-        // The end is no left-over of its session, so it carries no number of one.
         if (!bBeginningUnseen)
-            lstItems.push_back({m_lDisconnected, dwPeer, 0, 0, {}, nullptr});
+            lstItems.splice(lstItems.end(), lstEnd);
     });
     std::for_each(lstDropped.begin(), lstDropped.end(), release);
 }

@@ -15,7 +15,8 @@ struct CReceivedItem
     std::shared_ptr<CInboundBudget> pBudget; ///< whom the body counts against; null: an event
 };
 
-/// Requests and connection events in the order in which they happened, for the thread that fetches them.
+/// Requests and connection events, for the thread that fetches them: of each peer in the order in which they happened,
+/// and the peers by turns.
 ///
 /// What nobody has fetched when its connection ends is dropped, the event of its beginning included: the stream holds
 /// at most the end of one connection and the beginning of another for each peer, however often peers come and go.

@@ -4,8 +4,9 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -50,12 +51,14 @@ private:
     const std::function<void()> m_fnRelieved;
 };
 
-/// Items in the order in which they were added, for the thread that fetches them. What an item holds counts against its
-/// connection's budget until it is fetched or dropped.
+/// Items for the thread that fetches them: of each peer in the order in which they were added, and the peers by turns,
+/// so that one that sends more than is handled holds up nobody else. What an item holds counts against its connection's
+/// budget until it is fetched or dropped.
 ///
 /// Threads    any.
+/// Errors     without memory an item is not added: std::bad_alloc, and nothing has happened.
 ///
-/// @tparam TItem  has a body, and a pBudget that it counts against; null: it counts against none
+/// @tparam TItem  has a dwPeer, a body, and a pBudget that it counts against; null: it counts against none
 template <typename TItem> class CItemStream
 {
 public:
@@ -73,14 +76,16 @@ public:
     /// Drops everything and releases whoever waits.
     void close()
     {
-        std::deque<TItem> lstItems;
+        std::map<std::uint32_t, CItems> mapItems;
         {
             const std::lock_guard lock(m_mtx);
             m_bOpen = false;
-            lstItems.swap(m_lstItems);
+            mapItems.swap(m_mapItems);
+            m_uItems = 0;
         }
         m_cv.notify_all();
-        std::for_each(lstItems.begin(), lstItems.end(), release);
+        for (const auto& [dwPeer, lstItems] : mapItems)
+            std::for_each(lstItems.begin(), lstItems.end(), release);
     }
     bool isOpen() const
     {
@@ -90,22 +95,34 @@ public:
     /// @return false when the stream is closed
     bool add(TItem item)
     {
-        return change([&](std::deque<TItem>& lstItems) {
-            lstItems.push_back(std::move(item));
-            if (const TItem& added = lstItems.back(); added.pBudget)
+        const std::uint32_t dwPeer = item.dwPeer;
+        CItems lstNew;
+        lstNew.push_back(std::move(item));
+        return change(dwPeer, [&](CItems& lstItems) {
+            if (const TItem& added = lstNew.front(); added.pBudget)
                 added.pBudget->add(costOf(added));
+            lstItems.splice(lstItems.end(), lstNew);
         });
     }
     /// Waits for the next item. @return false when the stream is closed
     bool fetch(TItem* pItem)
     {
         {
+            CItems lstTaken; // freed outside the lock
             std::unique_lock lock(m_mtx);
-            m_cv.wait(lock, [this] { return !m_lstItems.empty() || !m_bOpen; });
+            m_cv.wait(lock, [this] { return m_uItems != 0 || !m_bOpen; });
             if (!m_bOpen)
                 return false;
-            *pItem = std::move(m_lstItems.front());
-            m_lstItems.pop_front();
+            auto it = m_mapItems.upper_bound(m_dwLastServed);
+            if (it == m_mapItems.end())
+                it = m_mapItems.begin();
+            m_dwLastServed = it->first;
+            lstTaken.splice(lstTaken.begin(), it->second, it->second.begin());
+            --m_uItems;
+            if (it->second.empty())
+                m_mapItems.erase(it);
+            lock.unlock();
+            *pItem = std::move(lstTaken.front());
         }
         release(*pItem);
         return true;
@@ -113,20 +130,28 @@ public:
     std::size_t size() const
     {
         const std::lock_guard lock(m_mtx);
-        return m_lstItems.size();
+        return m_uItems;
     }
 
 protected:
-    /// Changes the items of an open stream under its lock.
+    using CItems = std::list<TItem>;
+
+    /// Changes a peer's items in an open stream, under its lock.
     ///
+    /// @param action  takes the items; does not throw
     /// @return false when the stream is closed
-    template <typename TAction> bool change(TAction action)
+    template <typename TAction> bool change(std::uint32_t dwPeer, TAction action)
     {
         {
             const std::lock_guard lock(m_mtx);
             if (!m_bOpen)
                 return false;
-            action(m_lstItems);
+            const auto it = m_mapItems.try_emplace(dwPeer).first;
+            m_uItems -= it->second.size();
+            action(it->second);
+            m_uItems += it->second.size();
+            if (it->second.empty())
+                m_mapItems.erase(it);
         }
         m_cv.notify_one();
         return true;
@@ -143,8 +168,11 @@ private:
 
     mutable std::mutex m_mtx;
     std::condition_variable m_cv;
-    std::deque<TItem> m_lstItems; // guarded by m_mtx
-    bool m_bOpen = false;         // guarded by m_mtx
+    // Guarded by m_mtx.
+    std::map<std::uint32_t, CItems> m_mapItems; // peer -> its items; none is empty
+    std::uint32_t m_dwLastServed = 0;           // the next one is that with the next address
+    std::size_t m_uItems = 0;                   // of all peers
+    bool m_bOpen = false;
 };
 
 } // namespace Messaging

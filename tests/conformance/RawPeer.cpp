@@ -16,20 +16,21 @@
 namespace {
 using CClock = std::chrono::steady_clock;
 
-sockaddr_in endpoint(int nServer, std::uint16_t wPort)
+sockaddr_in endpoint(const std::string& sAddress, std::uint16_t wPort)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(wPort);
-    address.sin_addr.s_addr = htonl(CSupportChannels::address(nServer));
+    if (inet_pton(AF_INET, sAddress.c_str(), &address.sin_addr) != 1)
+        throw std::runtime_error("no address: " + sAddress);
     return address;
 }
 
-int boundSocket(int nServer, std::uint16_t wPort)
+int boundSocket(const std::string& sAddress, std::uint16_t wPort)
 {
     const int nSocket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const int nOn = 1;
-    const sockaddr_in address = endpoint(nServer, wPort);
+    const sockaddr_in address = endpoint(sAddress, wPort);
     if (setsockopt(nSocket, SOL_SOCKET, SO_REUSEADDR, &nOn, sizeof nOn) != 0 ||
         bind(nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("cannot bind");
@@ -39,8 +40,13 @@ int boundSocket(int nServer, std::uint16_t wPort)
 
 CRawPeer CRawPeer::connect(int nServer, int nTo, std::uint16_t wPort)
 {
-    CRawPeer peer(boundSocket(nServer, 0));
-    const sockaddr_in address = endpoint(nTo, wPort);
+    return connect(CSupportChannels::addressText(nServer), CSupportChannels::addressText(nTo), wPort);
+}
+
+CRawPeer CRawPeer::connect(const std::string& sFrom, const std::string& sTo, std::uint16_t wPort)
+{
+    CRawPeer peer(boundSocket(sFrom, 0));
+    const sockaddr_in address = endpoint(sTo, wPort);
     if (::connect(peer.m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("cannot connect");
     return peer;
@@ -184,7 +190,8 @@ std::string CRawPeer::response(std::uint32_t dwExchange, const std::string& sBod
     return frame(4, number(dwExchange, 4) + sBody);
 }
 
-CRawListener::CRawListener(int nServer, std::uint16_t wPort) : m_nSocket(boundSocket(nServer, wPort))
+CRawListener::CRawListener(int nServer, std::uint16_t wPort)
+    : m_nSocket(boundSocket(CSupportChannels::addressText(nServer), wPort))
 {
     if (listen(m_nSocket, 16) != 0)
         throw std::runtime_error("cannot listen");

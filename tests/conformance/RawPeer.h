@@ -15,6 +15,8 @@ public:
 
     /// Connects from 127.0.0.<nServer> to 127.0.0.<nTo>.
     static CRawPeer connect(int nServer, int nTo, std::uint16_t wPort);
+    /// The same with addresses as texts.
+    static CRawPeer connect(const std::string& sFrom, const std::string& sTo, std::uint16_t wPort);
     /// A socket that is connected already.
     explicit CRawPeer(int nSocket) : m_nSocket(nSocket) {}
     ~CRawPeer();

@@ -54,6 +54,9 @@ public:
     CProgram(const CProgram&) = delete;
     CProgram& operator=(const CProgram&) = delete;
 
+    /// 0 when it has ended and was waited for.
+    pid_t pid() const { return m_pid; }
+
     void writeLine(const std::string& sLine)
     {
         std::fputs((sLine + '\n').c_str(), m_pInput);

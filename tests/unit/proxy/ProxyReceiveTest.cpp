@@ -386,7 +386,7 @@ TEST_F(ProxyReceiveTest, ReceivingWaitsWhileTooMuchWaitsForTheWorker)
         budget.awaitRoom();
         bPassed = true;
     });
-    budget.give(1);
+    budget.give(CReceiveBudget::cMost + 1 - CReceiveBudget::cEnough);
     receiver.join();
     EXPECT_TRUE(bPassed);
 }
