@@ -19,7 +19,6 @@ CRegistrationData* registrationOf(const CCallbackMsg& msg)
     return dynamic_cast<CRegistrationData*>(msg.getCallbackData());
 }
 
-<<<<<<< HEAD
 /// Counts something until it goes; may be without anything to count.
 class CCount
 {
@@ -42,7 +41,7 @@ public:
 private:
     std::atomic<unsigned long>* m_pulCount;
 };
-=======
+
 /// The call whose data a request of ours carries; "" when it carries none.
 std::string callIDOfRequest(const CCDSWork& work)
 {
@@ -54,7 +53,6 @@ std::string callIDOfRequest(const CCDSWork& work)
         (void)pRecord->getCallID(&sCallID); // empty when it fails
     return sCallID;
 }
->>>>>>> heal
 
 /// Runs a step of the worker. What it throws ends the step, never the thread.
 template <class TStep> void guardedStep(const CCDSWork& work, TStep step)
