@@ -6,6 +6,7 @@ set(CMAKE_CXX_FLAGS_INIT -m32)
 # Where Debian keeps this word size's libraries. A 64-bit one must not be taken in their place.
 set(CMAKE_LIBRARY_ARCHITECTURE i386-linux-gnu)
 set(CMAKE_IGNORE_PATH /usr/lib/x86_64-linux-gnu)
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/i386-linux-gnu/pkgconfig)
 
 # The libraries that scripts/fetch-m32 has unpacked, as if they were installed.
 get_filename_component(cds_m32_libraries ${CMAKE_CURRENT_LIST_DIR}/../build/m32-libraries ABSOLUTE)
