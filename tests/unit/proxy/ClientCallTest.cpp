@@ -466,8 +466,8 @@ TEST_F(ClientCallTest, AnUnregistrationThatTakesItsTimeHoldsNoRegistrationUp)
     CFakeChannels::forgetTraffic();
     std::future<void> others;
     CFakeChannels::whileSending([&](const CFakeChannels::CSent& sent) {
-        if (others.valid() || takenApart(sent.sBytes.c_str()).sText.rfind("unregister", 0) != 0)
-            return;
+        if (takenApart(sent.sBytes.c_str()).sText.rfind("unregister", 0) != 0)
+            return; // one of theirs
         others = std::async(std::launch::async, [&] {
             EXPECT_EQ(m_server.registers("bob", "sip:2", "10.0.0.2"), 0);
             EXPECT_EQ(m_server.registers("eve", "sip:1", "10.0.0.2"), 0);
