@@ -134,14 +134,13 @@ void CBareContender::startWatcher()
     const sockaddr_in address = endpoint();
     checked(connect(m_nSocket, reinterpret_cast<const sockaddr*>(&address), sizeof address), "a connection");
     sendWithoutDelay(m_nSocket);
-}
-
-void CBareContender::watchAll()
-{
+    // Nobody can be asked for what there is: whatever comes is taken from the beginning.
     for (const std::string& sCallID : m_vecCallIDs)
         m_store.watch(sCallID, onArrival);
     m_receiver = std::thread([this] { receive(); });
 }
+
+void CBareContender::watchAll() {}
 
 void CBareContender::receive()
 {
