@@ -153,6 +153,7 @@ TEST_F(CdrSinkTest, OtherContentIsCountedAndTold)
 TEST_F(CdrSinkTest, ARefusedRecordIsKeptAndWrittenAfterTheNextSuccess)
 {
     startsAndHasLookedForRefused();
+    const auto ullRecovered = m_pSink->counts().ullRecovered; // the one of before, unless the sink of before did it
     m_database.setDown(true);
     EXPECT_LT(gives("sip:1"), 0);
     EXPECT_LT(gives("sip:2"), 0);
@@ -162,7 +163,7 @@ TEST_F(CdrSinkTest, ARefusedRecordIsKeptAndWrittenAfterTheNextSuccess)
     EXPECT_EQ(gives("sip:3"), 0);
     ASSERT_TRUE(m_pSink->awaitRecovered(cLong));
     EXPECT_EQ(m_database.rows(), 4U); // with the one of before
-    EXPECT_EQ(m_pSink->counts().ullRecovered, 3U);
+    EXPECT_EQ(m_pSink->counts().ullRecovered, ullRecovered + 2);
     EXPECT_EQ(m_pSink->counts().ullLost, 0U);
     EXPECT_THAT(events(), ElementsAre(ECdrEvent::refused, ECdrEvent::refused, ECdrEvent::recovered));
     EXPECT_TRUE(std::filesystem::is_empty(m_directory.file("refused")));
