@@ -62,8 +62,8 @@ class CReceiveBudget
 {
 public:
     static constexpr std::uint64_t cMost = 64ULL * 1024 * 1024;
-    /// Who waits goes on when so much is left.
-    static constexpr std::uint64_t cEnough = cMost / 2;
+    /// Who waits goes on when so much is left: soon, or peers whose requests take a while would be taken for stuck.
+    static constexpr std::uint64_t cEnough = cMost - cMost / 64;
 
     void take(std::uint64_t ullBytes);
     void give(std::uint64_t ullBytes);

@@ -130,7 +130,8 @@ void CCDSNetProxy::SetCDRDataCacheSize(unsigned long ulBytes)
 void CCDSNetProxy::SetCDRDataExpiration(unsigned long ulMinutes)
 {
     // The product has 32 bits and wraps from 71,583 minutes on: hosts know it so.
-    m_ullCDRDataExpiration = static_cast<std::uint32_t>(ulMinutes) * cMsPerMinute;
+    const std::uint32_t dwMs = static_cast<std::uint32_t>(ulMinutes) * cMsPerMinute;
+    m_ullCDRDataExpiration = dwMs;
 }
 
 unsigned long CCDSNetProxy::waitingCDRs() const noexcept
@@ -194,12 +195,12 @@ bool CCDSNetProxy::makeRoomForCDR(std::uint32_t dwSize)
     for (std::uint32_t dwLimit = m_dwMaxCDRDataCacheSize; dwLimit != cNoLimit && dwSize + m_cdrCache.bytes() > dwLimit;
          dwLimit = m_dwMaxCDRDataCacheSize)
     {
-        if (m_bStop != 0)
-            return false;
-        if (m_cdrCache.count() == 0)
-            (void)m_evWork.wait(cFullPauseMs, nullptr); // a set that it takes is for the queue, which is drained next
-        else
+        if (m_cdrCache.count() != 0)
             removeOldestCDRCallData();
+        else if (m_bStop != 0)
+            return false;
+        else
+            (void)m_evWork.wait(cFullPauseMs, nullptr); // a set that it takes is for the queue, which is drained next
     }
     return true;
 }
@@ -212,7 +213,7 @@ CCDRCache::CEntry CCDSNetProxy::newCDRCallData(unsigned long ulServer, const std
     {
         for (;;)
         {
-            const auto pEntry = std::make_shared<const CCDRCallData>(this, ulServer, sCallID, pMsg);
+            auto pEntry = std::make_shared<const CCDRCallData>(this, ulServer, sCallID, pMsg);
             (void)pMsg->setRegID(pEntry->m_sRegID); // always 0
             if (m_cdrCache.add(pEntry))
             {

@@ -143,7 +143,7 @@ void CReceiveBudget::give(std::uint64_t ullBytes)
 void CReceiveBudget::awaitRoom()
 {
     std::unique_lock lock(m_mtx);
-    if (m_ullTaken > cMost) // once it waits, for a good while: a wake for each item would cost more than the item
+    if (m_ullTaken > cMost) // once it waits, for a while: a wake for each item would cost more than the item
         m_cvRoom.wait(lock, [this] { return m_ullTaken <= cEnough || !m_bOpen; });
 }
 

@@ -30,7 +30,6 @@ long CCDSAPI::SendCDRDataToHQ(const std::string& sDestination, const std::string
 
 void CCDSAPI::SetCDRDataCallBack(long (*pfnCallback)(CCallbackMsg*))
 {
-    const CSlowWarning slow("SetCDRDataCallBack");
     m_pfnCDRDataCallback = pfnCallback;
 }
 

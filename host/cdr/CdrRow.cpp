@@ -24,11 +24,17 @@ CJson valueJson(const CCallRecord::CValue& value)
     return json;
 }
 
+/// Adds a member that is not there yet. Looking for it, as operator[] does, takes a time that grows with all of them.
+void append(CJson& object, const std::string& sName, CJson value)
+{
+    object.get_ref<CJson::object_t&>().emplace_back(CdrText::escaped(sName), std::move(value));
+}
+
 std::string propertiesText(const CCallRecord& record)
 {
     CJson json = CJson::object();
     for (const auto& [sName, value] : record.mapProperties)
-        json[CdrText::escaped(sName)] = valueJson(value);
+        append(json, sName, valueJson(value));
     return json.dump();
 }
 
@@ -37,9 +43,10 @@ std::string logEntriesText(const CCallRecord& record)
     CJson json = CJson::object();
     for (const auto& [sName, entries] : record.mapLogs)
     {
-        CJson& log = json[CdrText::escaped(sName)] = CJson::array();
+        CJson log = CJson::array();
         for (const auto& [stamp, value] : entries)
             log.push_back(valueJson(value));
+        append(json, sName, std::move(log));
     }
     return json.dump();
 }

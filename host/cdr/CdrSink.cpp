@@ -73,12 +73,12 @@ long CCdrSink::take(CCallbackMsg* pMsg) noexcept
         if (!write(*pData, *pMsg))
             return E_FAIL;
     }
-    catch (const std::bad_alloc&)
+    catch (...) // no memory, or no lock for what is made of it
     {
         const std::lock_guard guard(m_mutex);
         ++m_counts.ullRefused;
         ++m_counts.ullLost;
-        report(ECdrEvent::lost, "no memory to keep a record");
+        reportLoss();
         return E_CDS_OUTOFMEMORY;
     }
     delete pData;
@@ -144,6 +144,18 @@ void CCdrSink::report(ECdrEvent eEvent, const std::string& sText) noexcept
     m_fnReport(eEvent, sText);
 }
 
+/// Tells of a record that could not even be read; when that needs memory that is not there, the count says it.
+void CCdrSink::reportLoss() noexcept
+{
+    try
+    {
+        m_fnReport(ECdrEvent::lost, "no memory to keep a record");
+    }
+    catch (...)
+    {
+    }
+}
+
 CCdrSink::CCounts CCdrSink::counts() const
 {
     const std::lock_guard guard(m_mutex);
@@ -179,11 +191,19 @@ void CCdrSink::recover()
 void CCdrSink::recoverRound(std::unique_lock<std::mutex>& lock)
 {
     int nFailures = 0;
-    std::string sName = m_refused.next("");
-    while (!m_bStop && !sName.empty() && nFailures < cMostFailures)
+    // Each once, beginning behind those that the last round ended with: some that are always refused hold nobody up.
+    for (auto ullLeft = m_refused.count(); !m_bStop && ullLeft != 0 && nFailures < cMostFailures; --ullLeft)
     {
-        nFailures = recoverNext(&sName) ? 0 : nFailures + 1;
-        // Records that come have their turn in between.
+        std::string sName = m_refused.next(m_sLastTried);
+        if (sName.empty())
+            sName = m_refused.next("");
+        if (sName.empty())
+            break;
+        nFailures = recoverNext(sName) ? 0 : nFailures + 1;
+        m_sLastTried = sName;
+        if (m_refused.count() == 0)
+            break;
+        // Records that come may have their turn in between.
         lock.unlock();
         std::this_thread::yield();
         lock.lock();
@@ -199,14 +219,15 @@ void CCdrSink::recoverRound(std::unique_lock<std::mutex>& lock)
 
 /// Tries one record.
 ///
-/// @param psName  in: its name; out: the next one's
 /// @return false when the database refuses it
-bool CCdrSink::recoverNext(std::string* psName)
+bool CCdrSink::recoverNext(const std::string& sName)
 {
-    const std::string sName = std::exchange(*psName, m_refused.next(*psName));
     CRefusedCdr cdr;
     CCdrRow row;
-    if (!m_refused.read(sName, &cdr) || !readRow(cdr, &row))
+    const auto eRead = m_refused.read(sName, &cdr);
+    if (eRead == CRefusedCdrs::ERead::failed)
+        return false; // the system is short of something: later
+    if (eRead == CRefusedCdrs::ERead::noRecord || !readRow(cdr, &row))
     {
         m_refused.putAside(sName);
         report(ECdrEvent::unreadable, m_refused.directory() + "/" + sName + " is no refused record; it is put aside");

@@ -79,8 +79,9 @@ private:
     void count(ECdrWrite eWrite, const CCdrRow& row);
     void refuse(CCallData& data, const CRefusedCdr& cdr, const std::string& sWhy);
     void report(ECdrEvent eEvent, const std::string& sText) noexcept;
+    void reportLoss() noexcept;
     void recover();
-    bool recoverNext(std::string* psName);
+    bool recoverNext(const std::string& sName);
     void recoverRound(std::unique_lock<std::mutex>& lock);
 
     static std::atomic<CCdrSink*> s_pSink;
@@ -95,6 +96,7 @@ private:
     CRefusedCdrs& m_refused;
     CCounts m_counts;
     std::uint64_t m_ullRecoveredUntold = 0; // since the last event
+    std::string m_sLastTried;               // where the last round ended
     bool m_bFailing = false;                // the last write of a record that came failed
     bool m_bRecoverNow = true;
     bool m_bStop = false;

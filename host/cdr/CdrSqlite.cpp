@@ -91,11 +91,17 @@ bool CSqliteCdrDatabase::execute(const char* pszSql)
 
 bool CSqliteCdrDatabase::open(ECdrOpen eOpen, std::string* psError)
 {
+    return openWaiting(eOpen, cOpenBusyMs, psError);
+}
+
+/// @param nBusyMs  how long each statement waits for a lock
+bool CSqliteCdrDatabase::openWaiting(ECdrOpen eOpen, int nBusyMs, std::string* psError)
+{
     close();
     const int nFlags = eOpen == ECdrOpen::write ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READWRITE;
     int nVersion = 0;
     if (sqlite3_open_v2(m_sPath.c_str(), &m_pConnection, nFlags, nullptr) != SQLITE_OK ||
-        sqlite3_busy_timeout(m_pConnection, cOpenBusyMs) != SQLITE_OK)
+        sqlite3_busy_timeout(m_pConnection, nBusyMs) != SQLITE_OK)
         *psError = complaint();
     else if (eOpen == ECdrOpen::write && sqlite3_db_readonly(m_pConnection, "main") != 0)
         *psError = m_sPath + ": this user may not write to it";
@@ -196,7 +202,7 @@ ECdrWrite CSqliteCdrDatabase::write(const CCdrRow& row, std::string* psError)
     if (m_pConnection == nullptr || isMoved())
     {
         std::string sWhy;
-        if (!open(ECdrOpen::write, &sWhy))
+        if (!openWaiting(ECdrOpen::write, m_bLocked ? 0 : cBusyMs, &sWhy))
         {
             *psError = sWhy;
             return ECdrWrite::failed;

@@ -24,6 +24,7 @@ public:
     [[nodiscard]] bool list(std::size_t uLimit, CCdrListing* pListing, std::string* psError) override;
 
 private:
+    bool openWaiting(ECdrOpen eOpen, int nBusyMs, std::string* psError);
     class CStatement;
 
     void close();

@@ -138,8 +138,9 @@ bool collect(const COptions& options, CCdrSink& sink, const CStopSignals& stop, 
 
 EExit serve(const CLI::App& app, const COptions& options)
 {
-    const CStopSignals stop; // before there are threads
-    (void)umask(027);        // what the files hold names callers
+    const CStopSignals stop;             // before there are threads
+    (void)umask(027);                    // what the files hold names callers
+    (void)std::signal(SIGPIPE, SIG_IGN); // who reads the events may go
     openlog("cdscollect", LOG_PERROR | LOG_PID, LOG_DAEMON);
     CServerPlace place("cdscollect", options.sLogDirectory);
     const std::string sPath = cdrFilePath(options.sDatabase);

@@ -185,11 +185,15 @@ std::string CRefusedCdrs::next(const std::string& sAfter) const
     return it != m_mapFiles.end() ? it->first : "";
 }
 
-bool CRefusedCdrs::read(const std::string& sName, CRefusedCdr* pCdr) const
+CRefusedCdrs::ERead CRefusedCdrs::read(const std::string& sName, CRefusedCdr* pCdr) const
 {
     std::ifstream file(path(sName), std::ios::binary);
+    if (!file)
+        return ERead::failed;
     const std::string sContent((std::istreambuf_iterator<char>(file)), {});
-    return parse(sContent, pCdr);
+    if (file.bad())
+        return ERead::failed;
+    return parse(sContent, pCdr) ? ERead::record : ERead::noRecord;
 }
 
 void CRefusedCdrs::putAside(const std::string& sName)

@@ -50,10 +50,15 @@ public:
     /// The name that comes first behind this one, in the order in which they were kept; empty: there is none.
     std::string next(const std::string& sAfter) const;
 
+    enum class ERead
+    {
+        record,
+        noRecord, ///< the file is none
+        failed    ///< it cannot be read now
+    };
+
     /// Reads a record.
-    ///
-    /// @return false when the file is none
-    [[nodiscard]] bool read(const std::string& sName, CRefusedCdr* pCdr) const;
+    [[nodiscard]] ERead read(const std::string& sName, CRefusedCdr* pCdr) const;
 
     /// Leaves a file that is no record to people: it gets ".unreadable" behind its name and is not looked at again.
     void putAside(const std::string& sName);

@@ -5,8 +5,8 @@
 namespace Messaging {
 namespace {
 /// Reading goes on for so many bytes: enough that it does not stop and go with each message, and soon enough that a
-/// peer with a full queue to us sees it move before it takes us for stuck.
-constexpr std::size_t cRoom = 1'048'576;
+/// peer with a full queue to us sees it move, also when each message takes us a while, before it takes us for stuck.
+constexpr std::size_t cRoom = 32'768;
 } // namespace
 
 CBody::CBody(std::span<const char> bytes)

@@ -31,7 +31,7 @@ struct CBody
 class CInboundBudget
 {
 public:
-    /// @param fnRelieved  called, on the thread that fetches, when a budget that was exceeded has room again: a MiB,
+    /// @param fnRelieved  called, on the thread that fetches, when a budget that was exceeded has room again: 32 KiB,
     ///                    or half of it when that is less
     CInboundBudget(std::size_t uLimit, std::function<void()> fnRelieved)
         : m_uLimit(uLimit), m_fnRelieved(std::move(fnRelieved))

@@ -12,9 +12,10 @@ constexpr std::size_t cOpenExchanges = 262'144;
 /// A caller retries a queue that is full for a second. A queue that is full for longer than this loses its peer before
 /// the caller gives up, so that what was refused is known to be lost.
 constexpr std::chrono::milliseconds cLongestRefusal{500};
-/// A full queue of which nothing was taken for so long does not drain: its peer is lost at once, since whoever has
-/// something to send to others waits meanwhile.
-constexpr std::chrono::milliseconds cStuck{100};
+/// A full queue of which nothing was taken for so long, by a peer that answers nothing either, does not drain: its peer
+/// is lost at once, since whoever has something to send to others waits meanwhile. Longer than TCP waits before it
+/// sends a lost packet again.
+constexpr std::chrono::milliseconds cStuck{250};
 constexpr std::chrono::milliseconds cClockWait{250};
 /// So long after a wait in vain for the clock nobody waits for it.
 constexpr std::chrono::seconds cClockPause{1};
@@ -40,7 +41,7 @@ long CPeer::sendRequest(unsigned long ulRequestID, std::span<const char> body, s
     case down: return E_CHANNEL_DOWN;
     case up:
         if (m_pSession->queued() + body.size() > m_parts.settings.dwSendQueueBytes || m_exchanges.full())
-            return refuseForNow(tpNow);
+            return refuseForNow(tpNow, body.size());
         m_optRefused.reset();
         {
             const std::uint32_t dwExchange = m_exchanges.add(ulRequestID, tpNow + limit);
@@ -70,10 +71,14 @@ long CPeer::sendRequest(unsigned long ulRequestID, std::span<const char> body, s
 }
 
 /// Under m_mtx.
-long CPeer::refuseForNow(CClock::time_point tpNow)
+long CPeer::refuseForNow(CClock::time_point tpNow, std::size_t uBytes)
 {
     if (!m_optRefused)
+    {
         m_optRefused = tpNow;
+        m_uRefusedBytes = 0;
+    }
+    m_uRefusedBytes = std::max(m_uRefusedBytes, uBytes);
     if (tpNow - *m_optRefused < cLongestRefusal && !isStuck(tpNow))
         return resultOf(CMLIB_NOTHING);
     m_pSession->endSoon("the peer does not keep up");
@@ -83,7 +88,7 @@ long CPeer::refuseForNow(CClock::time_point tpNow)
 /// Under m_mtx.
 bool CPeer::isStuck(CClock::time_point tpNow)
 {
-    return tpNow - m_pSession->lastTaken() >= cStuck;
+    return tpNow - std::max(m_pSession->lastTaken(), m_tpAnswered) >= cStuck;
 }
 
 /// Under m_mtx.
@@ -394,7 +399,9 @@ void CPeer::tick(CClock::time_point tpNow)
         if (m_pSession && m_optRefused)
         {
             // Nobody may try again to find out.
-            if (m_pSession->queued() <= m_parts.settings.dwSendQueueBytes / 2 && !m_exchanges.full())
+            const std::size_t uQueued = m_pSession->queued();
+            if (uQueued <= m_parts.settings.dwSendQueueBytes / 2 &&
+                uQueued + m_uRefusedBytes <= m_parts.settings.dwSendQueueBytes && !m_exchanges.full())
                 m_optRefused.reset();
             else if (isStuck(tpNow))
                 m_pSession->endSoon("the peer does not keep up");
@@ -426,25 +433,23 @@ void CPeer::onRequest(CSession& session, const CFrame& frame)
 
 void CPeer::onAnswer(CSession& session, const CFrame& frame)
 {
+    CExchangeEnd item;
+    if (frame.eType == EFrame::response)
+    {
+        item.body = CBody(frame.body); // first: without memory the exchange has not ended
+        item.pBudget = session.budget();
+    }
     std::optional<unsigned long> optRequestID;
     {
         const std::lock_guard lock(m_mtx);
+        m_tpAnswered = CClock::now();
         optRequestID = m_exchanges.take(frame.dwExchange);
     }
     if (!optRequestID) // ended before, by its time limit
         return;
-    CExchangeEnd item;
     item.dwPeer = m_dwPeer;
     item.ulRequestID = *optRequestID;
-    if (frame.eType == EFrame::response)
-    {
-        item.body = CBody(frame.body);
-        item.pBudget = session.budget();
-    }
-    else
-    {
-        item.lResult = E_CHANNEL_REFUSED;
-    }
+    item.lResult = frame.eType == EFrame::response ? 0 : E_CHANNEL_REFUSED;
     (void)m_parts.ends.add(std::move(item)); // a closed stream keeps nothing
 }
 

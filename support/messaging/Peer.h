@@ -69,7 +69,7 @@ private:
     void attemptAfter(std::chrono::milliseconds pause);
     std::chrono::milliseconds jittered(std::chrono::milliseconds pause);
     void endAll(const std::vector<unsigned long>& vecRequests, long lResult);
-    long refuseForNow(CClock::time_point tpNow);
+    long refuseForNow(CClock::time_point tpNow, std::size_t uBytes);
     bool isStuck(CClock::time_point tpNow);
     void askForConnection();
     std::vector<unsigned long> takeWaiting();
@@ -100,6 +100,8 @@ private:
     CClock::time_point m_tpPinged{};
     CClock::time_point m_tpAsked{};                 // for a connection
     std::optional<CClock::time_point> m_optRefused; // first refusal since a request was last taken
+    std::size_t m_uRefusedBytes = 0;                // the most that was refused since
+    CClock::time_point m_tpAnswered{};              // the last answer of the peer
 };
 
 } // namespace Messaging

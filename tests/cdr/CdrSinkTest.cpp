@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 #include <map>
+#include <set>
 
 namespace {
 
@@ -23,7 +24,7 @@ public:
     [[nodiscard]] ECdrWrite write(const CCdrRow& row, std::string* psError) override
     {
         const std::lock_guard guard(m_mutex);
-        if (m_bDown || row.sCallID == m_sHated)
+        if (m_bDown || m_setHated.contains(row.sCallID))
         {
             *psError = "down";
             return ECdrWrite::failed;
@@ -38,7 +39,7 @@ public:
         const std::lock_guard guard(m_mutex);
         m_bDown = bDown;
     }
-    void hate(const std::string& sCallID) { m_sHated = sCallID; }
+    void hate(const std::string& sCallID) { m_setHated.insert(sCallID); }
     std::size_t rows()
     {
         const std::lock_guard guard(m_mutex);
@@ -49,7 +50,7 @@ private:
     std::mutex m_mutex;
     std::map<std::string, std::string> m_mapRows; // call ID -> record
     bool m_bDown = false;
-    std::string m_sHated;
+    std::set<std::string> m_setHated;
 };
 
 /// Counts those that are alive.
@@ -204,6 +205,25 @@ TEST_F(CdrSinkTest, ARecordThatIsAlwaysRefusedKeepsNoOtherBack)
         std::this_thread::yield();
     EXPECT_EQ(m_database.rows(), 1U);
     EXPECT_EQ(m_pSink->counts().ullWaiting, 1U);
+}
+
+TEST_F(CdrSinkTest, ManyThatAreAlwaysRefusedKeepNoOtherBack)
+{
+    starts();
+    m_database.setDown(true);
+    constexpr unsigned cHated = 20; // more than make a round give up
+    for (unsigned u = 0; u < cHated; ++u)
+    {
+        m_database.hate("sip:" + std::to_string(u));
+        EXPECT_LT(gives("sip:" + std::to_string(u)), 0);
+    }
+    EXPECT_LT(gives("sip:last"), 0);
+    m_database.setDown(false);
+    starts(std::chrono::milliseconds{5});
+    const auto tpLimit = std::chrono::steady_clock::now() + cLong;
+    while (m_pSink->counts().ullWaiting != cHated && std::chrono::steady_clock::now() < tpLimit)
+        std::this_thread::yield();
+    EXPECT_EQ(m_database.rows(), 1U);
 }
 
 TEST_F(CdrSinkTest, BeyondTheLimitRecordsAreLostAndTold)

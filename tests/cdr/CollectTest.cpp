@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <limits>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -58,14 +59,14 @@ protected:
     /// Reads what the sender says, and notes the events, until no more than so many of its records are waiting.
     void awaitLeft(unsigned long ulLeft)
     {
-        for (std::string sLine; m_pSender->readLine(&sLine);)
+        for (std::string sLine; m_ulLeft > ulLeft && m_pSender->readLine(&sLine);)
         {
             if (const std::size_t uEvent = sLine.find("event 0x81170A31: "); uEvent != std::string::npos)
                 m_setExpired.insert(sLine.substr(uEvent + 18, sLine.find(',', uEvent) - uEvent - 18));
-            if (sLine.starts_with("left ") && std::strtoul(sLine.c_str() + 5, nullptr, 10) <= ulLeft)
-                return;
+            if (sLine.starts_with("left "))
+                m_ulLeft = std::strtoul(sLine.c_str() + 5, nullptr, 10);
         }
-        FAIL() << "the sender has ended";
+        ASSERT_LE(m_ulLeft, ulLeft) << "the sender has ended";
     }
     std::set<std::string> evicted() const
     {
@@ -139,7 +140,8 @@ protected:
     std::string m_sDatabase;
     std::unique_ptr<CProgram> m_pCollector;
     std::unique_ptr<CProgram> m_pSender;
-    std::set<std::string> m_setExpired; // call IDs
+    std::set<std::string> m_setExpired;                                 // call IDs
+    unsigned long m_ulLeft = std::numeric_limits<unsigned long>::max(); // as the sender said last
     std::size_t m_uStored = 0;
     std::size_t m_uExpired = 0;
     std::size_t m_uEvicted = 0;

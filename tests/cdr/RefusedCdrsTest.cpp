@@ -30,7 +30,7 @@ TEST_F(RefusedCdrsTest, KeepsARecordAcrossAStart)
     const auto pRefused = opened();
     ASSERT_EQ(pRefused->count(), 1U);
     CRefusedCdr read;
-    ASSERT_TRUE(pRefused->read(pRefused->next(""), &read));
+    ASSERT_EQ(pRefused->read(pRefused->next(""), &read), CRefusedCdrs::ERead::record);
     EXPECT_EQ(read.sOrigin, "10.0.0.1");
     EXPECT_EQ(read.ullReceived, 4711U);
     EXPECT_EQ(read.sRecord, sRecord);
@@ -48,10 +48,22 @@ TEST_F(RefusedCdrsTest, GoesThroughRecordsInTheirOrder)
     for (std::string sName = pRefused->next(""); !sName.empty(); sName = pRefused->next(sName))
     {
         CRefusedCdr read;
-        ASSERT_TRUE(pRefused->read(sName, &read));
+        ASSERT_EQ(pRefused->read(sName, &read), CRefusedCdrs::ERead::record);
         sAll += read.sRecord;
     }
     EXPECT_EQ(sAll, "abc");
+}
+
+TEST_F(RefusedCdrsTest, AFileThatCannotBeReadNowIsNotTakenForNone)
+{
+    const auto pRefused = opened();
+    ASSERT_TRUE(pRefused->keep(cdr("a"), &m_sError));
+    const std::string sPath = m_directory.file("refused") + "/" + pRefused->next("");
+    std::filesystem::rename(sPath, sPath + ".away");
+    CRefusedCdr read;
+    EXPECT_EQ(pRefused->read(pRefused->next(""), &read), CRefusedCdrs::ERead::failed);
+    std::filesystem::rename(sPath + ".away", sPath);
+    EXPECT_EQ(pRefused->read(pRefused->next(""), &read), CRefusedCdrs::ERead::record);
 }
 
 TEST_F(RefusedCdrsTest, IsBounded)
@@ -91,7 +103,9 @@ TEST_F(RefusedCdrsTest, TellsARecordFromAnotherFile)
         m_directory.write("1.cdr", sContent);
         ASSERT_TRUE(pRefused->open(&m_sError));
         CRefusedCdr read;
-        EXPECT_EQ(pRefused->read("1.cdr", &read), sContent == sGood) << sContent;
+        EXPECT_EQ(pRefused->read("1.cdr", &read),
+                  sContent == sGood ? CRefusedCdrs::ERead::record : CRefusedCdrs::ERead::noRecord)
+            << sContent;
         pRefused->putAside("1.cdr");
         EXPECT_EQ(pRefused->count(), 0U);
         EXPECT_EQ(m_directory.read("1.cdr.unreadable"), sContent);

@@ -1,6 +1,7 @@
 // The support library's channels on real sockets, against peers that do what they should not.
 #include "SupportChannel.h"
 #include "CDSSupport.h"
+#include "CPortable.h"
 #include "ChannelServer.h"
 #include "RawPeer.h"
 #include "SystemLogSpy.h"
@@ -536,6 +537,41 @@ TEST_F(SupportChannelTest, AFullQueueThatDrainsIsWorthAnotherTry)
     EXPECT_EQ(dwReceived, dwAccepted + 1) << "and all on the same connection";
 }
 
+TEST_F(SupportChannelTest, APeerThatTakesItsTimeWithEachMessageKeepsItsConnection)
+{
+    // More than the queues and the system's buffers hold, so that the sender waits for each message to be dealt with.
+    constexpr unsigned long cMessages = 1200;
+    const std::string sSettings = "MessageBytes = 1100000\nSendQueueBytes = 1100000\nReceiveQueueBytes = 1100000\n";
+    CBareServer one(&m_channels, 1, sSettings);
+    CBareServer two(&m_channels, 2, sSettings);
+    std::vector<std::uint32_t> vecEvents;
+    std::thread working([&] {
+        for (unsigned long ulHandled = 0; ulHandled < cMessages;)
+        {
+            const CReceived received = two.receive();
+            if (!received.isRequest())
+            {
+                vecEvents.push_back(received.code());
+                if (received.code() != CMLIB_SERVER_CONNECTED)
+                    return;
+                continue;
+            }
+            for (const auto tpDone = CClock::now() + std::chrono::milliseconds(2); CClock::now() < tpDone;)
+                ; // its work
+            EXPECT_GE(
+                two.pServer->sendResponse(received.ulPeer, received.ulContext1, received.ulContext2, "done", 4, 0), 0);
+            ++ulHandled;
+        }
+    });
+    long lResult = 0;
+    for (unsigned long ul = 1; ul <= cMessages && lResult >= 0; ++ul)
+        while (static_cast<std::uint32_t>(lResult = one.send(ul, 2, std::string(12'000, 'x'))) == CMLIB_NOTHING)
+            std::this_thread::yield();
+    EXPECT_GE(lResult, 0);
+    working.join();
+    EXPECT_THAT(vecEvents, testing::ElementsAre(CMLIB_SERVER_CONNECTED));
+}
+
 TEST_F(SupportChannelTest, TooMuchForAConnectionThatIsBeingMadeIsRefusedForGood)
 {
     const CRawListener listener(2, m_channels.port());
@@ -664,6 +700,28 @@ TEST_F(SupportChannelTest, APeersOwnTimeIsPassedOn)
     unsigned long ulTicks = 0;
     ASSERT_GE(one.pServer->getServerTickCount(CSupportChannels::address(2), &ulTicks), 0);
     EXPECT_LT(ulTicks, 10'000U) << "32 bits";
+}
+
+TEST_F(SupportChannelTest, APeersClockMayBeAheadOrBehindOrBeSetBack)
+{
+    CBareServer one(&m_channels, 1, "HeartbeatMs = 50\nSilenceLimitMs = 10000\n");
+    CRawPeer peer = connect(2);
+    ASSERT_TRUE(peer.greet());
+    constexpr unsigned long long cHour = 36'000'000'000ULL;
+    unsigned long long ullHere = 0;
+    CPortable::GetCurrentULLFileTimeUTC(&ullHere);
+    for (const unsigned long long ullShown : {ullHere + cHour, ullHere - cHour, ullHere - 24 * cHour, 1ULL})
+    {
+        const auto optPing = peer.receive('\6');
+        ASSERT_TRUE(optPing);
+        ASSERT_TRUE(
+            peer.send(CRawPeer::frame(7, optPing->substr(1) + CRawPeer::number(ullShown, 8) + CRawPeer::number(5, 8))));
+        ASSERT_TRUE(peer.send(CRawPeer::frame(6, std::string(8, 'p')))); // its answer says that the pong was read
+        ASSERT_TRUE(peer.receive('\7'));
+        unsigned long long ullStamp = 0;
+        ASSERT_GE(one.pServer->getServerTimestamp(CSupportChannels::address(2), &ullStamp), 0);
+        EXPECT_NEAR(static_cast<double>(ullStamp), static_cast<double>(ullShown), 1e8) << "ten seconds";
+    }
 }
 
 TEST_F(SupportChannelTest, SettingsThatCannotBeUsedAreNamed)

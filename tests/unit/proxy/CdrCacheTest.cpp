@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <future>
+#include <thread>
 
 namespace {
 
@@ -281,6 +283,32 @@ TEST_F(CdrCacheTest, OneThatNeverFitsDoesNotKeepTheServerFromStopping)
     EXPECT_THAT(m_server.stops(), IsOk());
     EXPECT_FALSE(isWaiting("sip:2"));
     EXPECT_EQ(CFakeLog::countContaining("CCallData Malloc: 0x"), CFakeLog::countContaining("CCallData Free: 0x"));
+}
+
+TEST_F(CdrCacheTest, WhatHasRoomAfterAnEvictionIsKeptAlsoDuringAStop)
+{
+    CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
+    m_server.starts();
+    m_server.store().SetCDRDataCacheSize(100);
+    std::promise<void> sending;
+    std::promise<void> goOn;
+    CFakeChannels::whileSending([&, bFirst = true](const CFakeChannels::CSent&) mutable {
+        if (std::exchange(bFirst, false))
+        {
+            sending.set_value();
+            goOn.get_future().wait();
+        }
+    });
+    ASSERT_THAT(queues(ofSize("sip:1", 60)), IsOk());
+    sending.get_future().wait();
+    ASSERT_THAT(queues(ofSize("sip:2", 60)), IsOk());
+    std::jthread stopping([&] { (void)m_server.stops(); }); // always 0
+    while (!CFakeLog::contains("CCDSNetProxy::Finalize"))
+        std::this_thread::yield();
+    goOn.set_value();
+    stopping.join();
+    EXPECT_FALSE(isWaiting("sip:1"));
+    EXPECT_TRUE(isWaiting("sip:2"));
 }
 
 TEST_F(CdrCacheTest, WhatCannotBeSentWaits)

@@ -29,7 +29,7 @@ protected:
     CServer m_server;
 };
 
-static_assert(!std::is_polymorphic_v<CCDSNetProxy>);
+static_assert(!std::is_polymorphic_v<CCDSNetProxy> && !std::is_polymorphic_v<CCDRCallData>);
 static_assert(!std::is_polymorphic_v<CCDSWork> && !std::is_polymorphic_v<CClientCall> &&
               !std::is_polymorphic_v<CCalldataDistribution>);
 

@@ -2,6 +2,7 @@
 
 #include "CDSAPI.h"
 
+#include "CDSNetProxyCallback.h"
 #include "Results.h"
 #include "StoreStory.h"
 
@@ -44,6 +45,23 @@ TEST(StoreInterfaceTest, VirtualOperationsKeepTheirSlots)
     EXPECT_EQ(slotOf(&CBaseCDSAPI::GetCallIDCDSTimestamp), 6U);
     EXPECT_EQ(slotOf(&CBaseCDSAPI::GetServerTickCount), 7U);
     EXPECT_EQ(slotOf(&CBaseCDSAPI::GetServerTimestamp), 8U);
+}
+
+static_assert(!std::has_virtual_destructor_v<CDSNetProxyCallback>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::SendCDRDataToHQ),
+                             long (CCDSAPI::*)(const std::string&, const std::string&, CCallData*)>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::SendRcvdCDRDataToOVN), long (CCDSAPI::*)(CCallbackMsg*)>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::SetCDRDataCallBack), void (CCDSAPI::*)(long (*)(CCallbackMsg*))>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::SetCDRDataCacheSize), void (CCDSAPI::*)(unsigned long)>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::SetCDRDataExpiration), void (CCDSAPI::*)(unsigned long)>);
+static_assert(std::is_same_v<decltype(&CCDSAPI::GetTickCountFromOtherServers), void (CCDSAPI::*)(std::string&)>);
+
+TEST(StoreInterfaceTest, TimeQueriesKeepTheirSlots)
+{
+    EXPECT_EQ(slotOf(&CDSNetProxyCallback::getCallIDTimestamp), 0U);
+    EXPECT_EQ(slotOf(&CDSNetProxyCallback::getCallIDCDSTimestamp), 1U);
+    EXPECT_EQ(slotOf(&CDSNetProxyCallback::getServerTickCount), 2U);
+    EXPECT_EQ(slotOf(&CDSNetProxyCallback::getServerTimestamp), 3U);
 }
 
 TEST(StoreInterfaceTest, AllOperationsWorkThroughTheInterface)

@@ -141,6 +141,7 @@ TEST(UnmeasuredOperationsTest, NeverWarn)
     story.starts();
     story.store().Dump(1);
     story.store().SetNetProxyCallback(nullptr);
+    story.store().SetCDRDataCallBack(nullptr);
     story.stops();
     const CCDSAPI another;
     EXPECT_FALSE(CFakeLog::contains(": took "));
