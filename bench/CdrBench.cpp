@@ -39,7 +39,7 @@ template <class TRun> void measure(benchmark::State& state, const TRun& fnRun)
 {
     for (auto _ : state)
         state.SetIterationTime(std::chrono::duration<double>(fnRun()).count());
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * cRecords));
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(cRecords));
 }
 
 void throughSink(benchmark::State& state, const std::string& sUrl)

@@ -6,6 +6,7 @@
 #include <asio/post.hpp>
 #include <linux/sockios.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
@@ -13,6 +14,8 @@ namespace Messaging {
 namespace {
 /// A sender that wrote so lately leaves the next bytes to the I/O thread, which writes many frames at once.
 constexpr std::chrono::microseconds cBusy{30};
+/// So much waits in the system to be sent, at the most.
+constexpr int cUnsent = 131'072;
 /// Reading gives way to other connections after so many bytes.
 constexpr std::size_t cTurn = 524'288;
 constexpr std::size_t cKeepCapacity = 1'048'576;
@@ -60,6 +63,8 @@ void CConnection::connect(std::uint32_t dwLocal, std::uint16_t wPort)
 void CConnection::begin(bool bAccepted)
 {
     asio::error_code error;
+    // Else the system takes megabytes at a time, and a peer that is slow to read seems to take nothing for a while.
+    (void)setsockopt(m_socket.native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &cUnsent, sizeof cUnsent);
     m_socket.set_option(asio::ip::tcp::no_delay(true), error);
     if (!error)
         m_socket.non_blocking(true, error);
