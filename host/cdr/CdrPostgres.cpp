@@ -191,7 +191,7 @@ void CPostgresCdrDatabase::connect()
     if (m_pConnection != nullptr && m_pConnection->is_open())
         return;
     m_bReady = false;
-    m_pConnection = std::make_unique<pqxx::connection>(withConnectLimit(m_sUrl));
+    m_pConnection = std::make_shared<pqxx::connection>(withConnectLimit(m_sUrl));
     m_limit.begin(m_pConnection->sock());
     pqxx::nontransaction work(*m_pConnection);
     (void)work.exec("SET synchronous_commit = on; SET lock_timeout = 250; SET statement_timeout = 3000;"

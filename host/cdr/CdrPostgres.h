@@ -62,7 +62,7 @@ private:
     ECdrWrite insert(const CCdrRow& row);
 
     const std::string m_sUrl;
-    std::unique_ptr<pqxx::connection_base> m_pConnection; // null: to be made
+    std::shared_ptr<pqxx::connection_base> m_pConnection; // null: to be made; knows how its own kind is freed
     bool m_bReady = false;                                // schema looked at, statements prepared
     CWaitLimit m_limit;
     CClock::time_point m_tpRetry{}; // no connection is tried before

@@ -5,10 +5,43 @@
 #include <csignal>
 #include <gmock/gmock.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+#define CDS_LEAK_CHECK 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define CDS_LEAK_CHECK 1
+#endif
+#endif
+#ifdef CDS_LEAK_CHECK
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace {
 
 using testing::HasSubstr;
 using CClock = std::chrono::steady_clock;
+
+/// Around the first statement that finds its connection gone. The client library (libpqxx 6.4) does not free the result
+/// of such a statement, a few hundred bytes for each lost connection; a leak of our own would show in all others.
+class CLostConnection
+{
+public:
+#ifdef CDS_LEAK_CHECK
+    CLostConnection()
+    {
+        __lsan_disable();
+    }
+    ~CLostConnection()
+    {
+        __lsan_enable();
+    }
+#else
+    CLostConnection() = default;
+    ~CLostConnection() {}
+#endif
+    CLostConnection(const CLostConnection&) = delete;
+    CLostConnection& operator=(const CLostConnection&) = delete;
+};
 
 class CdrPostgresTest : public testing::Test
 {
@@ -66,7 +99,11 @@ TEST_F(CdrPostgresTest, AKilledServerRefusesAndHasEverythingAfterItsRestart)
         ASSERT_EQ(give(nCall), 0);
     m_pServer->kill();
     const auto begin = CClock::now();
-    for (int nCall = 50; nCall < 150; ++nCall)
+    {
+        const CLostConnection lost;
+        ASSERT_LT(give(50), 0);
+    }
+    for (int nCall = 51; nCall < 150; ++nCall)
         ASSERT_LT(give(nCall), 0);
     EXPECT_LT(CClock::now() - begin, std::chrono::seconds{10});
     EXPECT_EQ(nRefused, 100);
@@ -84,6 +121,10 @@ TEST_F(CdrPostgresTest, AnEndedSessionIsMadeAnew)
     ASSERT_EQ(m_pDatabase->write(sampleRow("sip:1"), &m_sError), ECdrWrite::stored);
     (void)m_pWorld->query("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE pid <> pg_backend_pid() AND "
                           "backend_type = 'client backend'");
+    {
+        const CLostConnection lost;
+        EXPECT_EQ(m_pDatabase->write(sampleRow("sip:2"), &m_sError), ECdrWrite::failed);
+    }
     EXPECT_TRUE(writesInTime("sip:2")) << m_sError;
 }
 
@@ -103,7 +144,10 @@ TEST_F(CdrPostgresTest, AServerThatFallsSilentIsNotWaitedForLong)
                                                      "AND backend_type = 'client backend'"));
     ASSERT_EQ(kill(nSession, SIGSTOP), 0);
     const auto begin = CClock::now();
-    EXPECT_EQ(m_pDatabase->write(sampleRow("sip:2"), &m_sError), ECdrWrite::failed);
+    {
+        const CLostConnection lost;
+        EXPECT_EQ(m_pDatabase->write(sampleRow("sip:2"), &m_sError), ECdrWrite::failed);
+    }
     EXPECT_LT(CClock::now() - begin, std::chrono::seconds{15});
     const auto again = CClock::now();
     EXPECT_EQ(m_pDatabase->write(sampleRow("sip:3"), &m_sError), ECdrWrite::failed); // put off
