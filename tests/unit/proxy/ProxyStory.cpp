@@ -29,6 +29,9 @@ void CProxyWorld::settle()
         const std::size_t uActivity = CFakeChannels::activity();
         ASSERT_TRUE(CFakeChannels::awaitReceivers()) << "a receive thread does not come back";
         ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cNoTimeLimit)) << "a worker does not come back";
+        // Its first line, too, may come late.
+        ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cTimingWaitMs))
+            << "a timing thread does not come back";
         if (uActivity == CFakeChannels::activity())
             return;
     }

@@ -18,6 +18,7 @@ class CProxyWorld
 {
 public:
     static constexpr unsigned long cNoTimeLimit = 0xFFFFFFFFUL; ///< of the workers' waits
+    static constexpr unsigned long cTimingWaitMs = 10000;       ///< between two passes of a timing thread
 
     CProxyWorld();
     ~CProxyWorld();
