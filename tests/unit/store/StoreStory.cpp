@@ -160,6 +160,14 @@ void CStoreStory::leavesBehind(const CNews& news, const std::string& sAddress)
     hears();
 }
 
+long CStoreStory::starts(const std::string& sAddress)
+{
+    const long lResult = m_pStore->Initialize(sAddress, 1);
+    EXPECT_TRUE(CFakeThreads::alive() == 0 || CFakeClock::awaitWaiters(1, cTimingWaitMs))
+        << "the timing thread does not wait";
+    return lResult;
+}
+
 void CStoreStory::lets(unsigned long long ullMs)
 {
     const bool bRunning = CFakeThreads::alive() > 0;

@@ -91,7 +91,8 @@ public:
     CCDSAPI& store() { return *m_pStore; }
 
     // The store's life.
-    long starts(const std::string& sAddress = cHere) { return m_pStore->Initialize(sAddress, 1); }
+    /// Lets the timing thread, if there is one, come to its first wait.
+    long starts(const std::string& sAddress = cHere);
     long stops() { return m_pStore->Finalize(); }
     void ends() { m_pStore.reset(); }
     /// Once more from the beginning, with the same recorders.
