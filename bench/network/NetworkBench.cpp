@@ -370,13 +370,20 @@ std::vector<CCandidate> candidates(std::size_t uMessageBytes)
     return vecCandidates;
 }
 
-/// The value of "--name N", or the default.
-std::uint64_t option(int nArguments, char** ppszArguments, const std::string& sName, std::uint64_t ullDefault)
+/// The text behind "--name", or nothing.
+std::optional<std::string> textOption(int nArguments, char** ppszArguments, const std::string& sName)
 {
     for (int i = 1; i + 1 < nArguments; ++i)
         if (ppszArguments[i] == "--" + sName)
-            return std::stoull(ppszArguments[i + 1]);
-    return ullDefault;
+            return ppszArguments[i + 1];
+    return std::nullopt;
+}
+
+/// The value of "--name N", or the default.
+std::uint64_t option(int nArguments, char** ppszArguments, const std::string& sName, std::uint64_t ullDefault)
+{
+    const auto optText = textOption(nArguments, ppszArguments, sName);
+    return optText ? std::stoull(*optText) : ullDefault;
 }
 
 void print(const std::map<std::string, std::vector<CFigures>>& mapRuns, const std::vector<CCandidate>& vecCandidates)
@@ -409,11 +416,15 @@ int run(int nArguments, char** ppszArguments)
     const std::uint64_t ullRepetitions = option(nArguments, ppszArguments, "repetitions", 5);
     if (plan.ullCalls == 0 || ullRepetitions == 0 || plan.ullPaced > CBoard::cMostSamples)
     {
-        (void)std::fprintf(stderr, "usage: NetworkBench [--calls N] [--paced N] [--flood N] [--repetitions N]\n");
+        (void)std::fprintf(stderr, "usage: NetworkBench [--calls N] [--paced N] [--flood N] [--repetitions N] [--only NAME]\n");
         return 2;
     }
     const std::size_t uMessageBytes = messageBytes();
-    const auto vecCandidates = candidates(uMessageBytes);
+    auto vecCandidates = candidates(uMessageBytes);
+    if (const auto optOnly = textOption(nArguments, ppszArguments, "only"))
+        std::erase_if(vecCandidates, [&](const CCandidate& candidate) { return candidate.pszName != *optOnly; });
+    if (vecCandidates.empty())
+        throw std::runtime_error("nobody has the name that --only gives");
     std::printf("version %s, %llu calls, message of %zu bytes, %llu runs of each, medians\n", CDS_VERSION,
                 static_cast<unsigned long long>(plan.ullCalls), uMessageBytes,
                 static_cast<unsigned long long>(ullRepetitions));
