@@ -15,7 +15,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#if CDS_BENCH_JEMALLOC
+#include <jemalloc/jemalloc.h>
+#else
 #include <malloc.h>
+#endif
 #include <map>
 #include <new>
 #include <optional>
@@ -416,7 +420,8 @@ int run(int nArguments, char** ppszArguments)
     const std::uint64_t ullRepetitions = option(nArguments, ppszArguments, "repetitions", 5);
     if (plan.ullCalls == 0 || ullRepetitions == 0 || plan.ullPaced > CBoard::cMostSamples)
     {
-        (void)std::fprintf(stderr, "usage: NetworkBench [--calls N] [--paced N] [--flood N] [--repetitions N] [--only NAME]\n");
+        (void)std::fprintf(stderr,
+                           "usage: NetworkBench [--calls N] [--paced N] [--flood N] [--repetitions N] [--only NAME]\n");
         return 2;
     }
     const std::size_t uMessageBytes = messageBytes();
@@ -457,8 +462,18 @@ void noteArrival(CBoard& board, const CUpdateMark& mark)
 
 std::uint64_t CContender::bytesInUse() const
 {
+#if CDS_BENCH_JEMALLOC
+    std::uint64_t ullEpoch = 1; // has the figures brought up to date
+    std::size_t uAllocated = 0;
+    std::size_t uSize = sizeof uAllocated;
+    if (mallctl("epoch", nullptr, nullptr, &ullEpoch, sizeof ullEpoch) != 0 ||
+        mallctl("stats.allocated", &uAllocated, &uSize, nullptr, 0) != 0)
+        throw std::runtime_error("the allocator does not tell what is in use");
+    return uAllocated;
+#else
     const struct mallinfo2 heap = mallinfo2();
     return heap.uordblks + heap.hblkhd;
+#endif
 }
 
 int main(int nArguments, char** ppszArguments)

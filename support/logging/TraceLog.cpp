@@ -1,5 +1,6 @@
 #include "TraceLog.h"
 
+#include "BackgroundThread.h"
 #include "Configuration.h"
 
 #include <cerrno>
@@ -160,6 +161,7 @@ void CTraceLog::store(const CLogQueue::CBatch& batch)
 void CTraceLog::run()
 {
     (void)pthread_setname_np(pthread_self(), "CDSTraceLog"); // a name is a convenience
+    serveInBackground();
     CLogQueue::CBatch batch;
     do
     {

@@ -1,5 +1,6 @@
 #include "Node.h"
 
+#include "BackgroundThread.h"
 #include "CPortable.h"
 #include "ChannelResults.h"
 
@@ -178,6 +179,7 @@ long CNode::attach(ERole eRole, std::string* psError)
 void CNode::run()
 {
     CPortable::SetCurrentThreadName("CDSChannelIO");
+    serveInBackground();
     for (;;)
     {
         try

@@ -1,6 +1,7 @@
 // Threads: those of CPThread and those of CPortable::CreateThread.
 #include "CPThread.h"
 
+#include "BackgroundThread.h"
 #include "CPEvent.h"
 #include "CPortable.h"
 #include "KRException.h"
@@ -29,6 +30,7 @@ std::thread startThread(void (*pfnEntry)(void*), void* pArg, const char* pszName
 {
     return std::thread([pfnEntry, pArg, szName = shortName(pszName)] {
         CPortable::SetCurrentThreadName(szName.data());
+        serveInBackground();
         pfnEntry(pArg);
     });
 }

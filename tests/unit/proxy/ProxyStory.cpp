@@ -30,8 +30,7 @@ void CProxyWorld::settle()
         ASSERT_TRUE(CFakeChannels::awaitReceivers()) << "a receive thread does not come back";
         ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cNoTimeLimit)) << "a worker does not come back";
         // Its first line, too, may come late.
-        ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cTimingWaitMs))
-            << "a timing thread does not come back";
+        ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cTimingWaitMs)) << "a timing thread does not come back";
         if (uActivity == CFakeChannels::activity())
             return;
     }
