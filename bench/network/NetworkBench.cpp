@@ -305,26 +305,30 @@ CFigures medianOf(const std::vector<CFigures>& vecRuns)
 struct CCandidate
 {
     const char* pszName;
-    CMakeContender fnMake;
-    bool bRedis = false;
-    bool bFirstStates = true;
+    std::function<CFigures(const CPlan&)> fnMeasure;
 };
 
-CFigures measure(const CCandidate& candidate, CPlan plan)
+/// A candidate that needs no servers beside the two processes.
+CCandidate plainCandidate(const char* pszName, bool bFirstStates, const CMakeContender& fnMake)
 {
-    plan.bFirstStates = candidate.bFirstStates;
-#if CDS_BENCH_REDIS
-    if (candidate.bRedis)
-    {
-        const CRedisServers servers;
-        const auto fnMake = [&servers](CBoard& board, const CPlan& given) -> std::unique_ptr<CContender> {
-            return std::make_unique<CRedisContender>(board, given, servers);
-        };
-        return CRun(plan, fnMake, servers.processes()).measure();
-    }
-#endif
-    return CRun(plan, candidate.fnMake, {}).measure();
+    return {pszName, [bFirstStates, fnMake](CPlan plan) {
+                plan.bFirstStates = bFirstStates;
+                return CRun(plan, fnMake, {}).measure();
+            }};
 }
+
+#if CDS_BENCH_REDIS
+CCandidate redisCandidate(const char* pszName, ERedisUpdate eUpdate)
+{
+    return {pszName, [eUpdate](const CPlan& plan) {
+                const CRedisServers servers;
+                const auto fnMake = [&](CBoard& board, const CPlan& given) -> std::unique_ptr<CContender> {
+                    return std::make_unique<CRedisContender>(board, given, servers, eUpdate);
+                };
+                return CRun(plan, fnMake, servers.processes()).measure();
+            }};
+}
+#endif
 
 /// The length of a message with one update. A process of its own makes it: the trace log's thread, which records bring
 /// with them, would not come along into the processes that are forked later.
@@ -356,18 +360,18 @@ std::vector<CCandidate> candidates(std::size_t uMessageBytes)
             return std::make_unique<CStoreContender>(board, plan, dwTraceMask);
         };
     };
-    std::vector<CCandidate> vecCandidates = {
-        {"store", storeWith(3)},
-        {"store, errors traced only", storeWith(1)},
-        {"bare sockets",
-         [uMessageBytes](CBoard& board, const CPlan& plan) -> std::unique_ptr<CContender> {
-             return std::make_unique<CBareContender>(board, plan, uMessageBytes);
-         },
-         false, false},
+    const auto fnBare = [uMessageBytes](CBoard& board, const CPlan& plan) -> std::unique_ptr<CContender> {
+        return std::make_unique<CBareContender>(board, plan, uMessageBytes);
     };
+    std::vector<CCandidate> vecCandidates = {plainCandidate("store", true, storeWith(3)),
+                                             plainCandidate("store, errors traced only", true, storeWith(1)),
+                                             plainCandidate("bare sockets", false, fnBare)};
 #if CDS_BENCH_REDIS
     if (CRedisServers::installed())
-        vecCandidates.push_back({"Redis with a replica", {}, true});
+    {
+        vecCandidates.push_back(redisCandidate("Redis with a replica", ERedisUpdate::pipeline));
+        vecCandidates.push_back(redisCandidate("Redis, newest by script", ERedisUpdate::script));
+    }
     else
 #endif
         std::puts("Redis is left out: redis-server or libhiredis-dev is not installed.");
@@ -438,7 +442,7 @@ int run(int nArguments, char** ppszArguments)
         for (const CCandidate& candidate : vecCandidates)
         {
             (void)std::fprintf(stderr, "%s ...\n", candidate.pszName);
-            mapRuns[candidate.pszName].push_back(measure(candidate, plan));
+            mapRuns[candidate.pszName].push_back(candidate.fnMeasure(plan));
         }
     print(mapRuns, vecCandidates);
     return 0;

@@ -14,7 +14,18 @@ namespace {
 
 constexpr const char* cServer = "/usr/bin/redis-server";
 constexpr const char* cChannel = "calls";
-constexpr std::size_t cMostUnread = 256; // replies, four for each update
+constexpr std::size_t cMostUnread = 256; // replies
+/// Takes the call and its log, then a time stamp, the log entry, what is published, and fields with their values.
+constexpr const char* cNewestByStamp = R"(
+    for i = 5, #ARGV, 2 do
+        local held = redis.call('HGET', KEYS[1], ARGV[i] .. ':t')
+        if not held or held < ARGV[1] then
+            redis.call('HSET', KEYS[1], ARGV[i], ARGV[i + 1], ARGV[i] .. ':t', ARGV[1])
+        end
+    end
+    redis.call('RPUSH', KEYS[2], ARGV[2])
+    redis.call('PUBLISH', ARGV[3], ARGV[4])
+)";
 constexpr std::chrono::seconds cStartLimit{10};
 
 /// A port that was free a moment ago.
@@ -120,8 +131,8 @@ CRedisServers::~CRedisServers()
     std::filesystem::remove_all(m_sDirectory, ignored);
 }
 
-CRedisContender::CRedisContender(CBoard& board, const CPlan& plan, const CRedisServers& servers)
-    : CContender(board, plan), m_servers(servers)
+CRedisContender::CRedisContender(CBoard& board, const CPlan& plan, const CRedisServers& servers, ERedisUpdate eUpdate)
+    : CContender(board, plan), m_servers(servers), m_eUpdate(eUpdate)
 {
 }
 
@@ -146,6 +157,17 @@ void CRedisContender::startOwner()
 {
     m_nPort = m_servers.masterPort();
     m_pConnection = connect(m_nPort);
+    if (m_eUpdate == ERedisUpdate::script)
+        loadScript();
+}
+
+void CRedisContender::loadScript()
+{
+    auto* const pReply = static_cast<redisReply*>(redisCommand(m_pConnection.get(), "SCRIPT LOAD %s", cNewestByStamp));
+    if (pReply == nullptr || pReply->type != REDIS_REPLY_STRING)
+        throw std::runtime_error("the script is refused");
+    m_sScript.assign(pReply->str, pReply->len);
+    freeReplyObject(pReply);
 }
 
 void CRedisContender::update(std::uint64_t ullCall, const CUpdateMark& mark)
@@ -154,17 +176,31 @@ void CRedisContender::update(std::uint64_t ullCall, const CUpdateMark& mark)
     unsigned char aMark[SampleCall::cPropertyBytes];
     mark.write(aMark);
     const auto& names = SampleCall::propertyNames();
+    // What is published says what changed.
+    std::string sChange(reinterpret_cast<const char*>(aMark), sizeof aMark);
+    sChange += sCallID;
+    sChange.append(reinterpret_cast<const char*>(SampleCall::bytes()), SampleCall::cEntryBytes);
+    sChange.append(reinterpret_cast<const char*>(SampleCall::bytes()), 2UL * SampleCall::cPropertyBytes);
+    if (m_eUpdate == ERedisUpdate::script)
+    {
+        const std::string sNumber = std::to_string(++m_ullStamp);
+        const std::string sStamp = std::string(20 - sNumber.size(), '0') + sNumber; // orders as text
+        redisAppendCommand(m_pConnection.get(), "EVALSHA %s 2 %b %s:log %s %b %s %b %s %b %s %b %s %b",
+                           m_sScript.c_str(), sCallID.data(), sCallID.size(), sCallID.c_str(), sStamp.c_str(),
+                           SampleCall::bytes(), std::size_t{SampleCall::cEntryBytes}, cChannel, sChange.data(),
+                           sChange.size(), names[0]->c_str(), aMark, sizeof aMark, names[1]->c_str(),
+                           SampleCall::bytes(), std::size_t{SampleCall::cPropertyBytes}, names[2]->c_str(),
+                           SampleCall::bytes(), std::size_t{SampleCall::cPropertyBytes});
+        if (++m_uUnread >= cMostUnread)
+            flush();
+        return;
+    }
     redisAppendCommand(m_pConnection.get(), "HSET %b %s %b %s %b %s %b", sCallID.data(), sCallID.size(),
                        names[0]->c_str(), aMark, sizeof aMark, names[1]->c_str(), SampleCall::bytes(),
                        std::size_t{SampleCall::cPropertyBytes}, names[2]->c_str(), SampleCall::bytes(),
                        std::size_t{SampleCall::cPropertyBytes});
     redisAppendCommand(m_pConnection.get(), "RPUSH %s:log %b", sCallID.c_str(), SampleCall::bytes(),
                        std::size_t{SampleCall::cEntryBytes});
-    // What is published says what changed.
-    std::string sChange(reinterpret_cast<const char*>(aMark), sizeof aMark);
-    sChange += sCallID;
-    sChange.append(reinterpret_cast<const char*>(SampleCall::bytes()), SampleCall::cEntryBytes);
-    sChange.append(reinterpret_cast<const char*>(SampleCall::bytes()), 2UL * SampleCall::cPropertyBytes);
     redisAppendCommand(m_pConnection.get(), "PUBLISH %s %b", cChannel, sChange.data(), sChange.size());
     m_uUnread += 3;
     if (m_uUnread >= cMostUnread)
@@ -178,7 +214,10 @@ void CRedisContender::flush()
         void* pReply = nullptr;
         if (redisGetReply(m_pConnection.get(), &pReply) != REDIS_OK)
             throw std::runtime_error("the server has gone");
+        const bool bRefused = static_cast<const redisReply*>(pReply)->type == REDIS_REPLY_ERROR;
         freeReplyObject(pReply);
+        if (bRefused)
+            throw std::runtime_error("the server refuses an update");
     }
 }
 
@@ -209,7 +248,9 @@ void CRedisContender::watchAll()
             if (redisGetReply(pReader.get(), &pReply) != REDIS_OK)
                 throw std::runtime_error("the server has gone");
             const auto* const pElements = static_cast<const redisReply*>(pReply);
-            if (pElements->elements == 2 * SampleCall::cProperties)
+            // Names and values; with their time stamps, twice as many.
+            const std::size_t uOfEach = m_eUpdate == ERedisUpdate::script ? 4 : 2;
+            if (pElements->elements == uOfEach * SampleCall::cProperties)
                 noteArrival(m_board, {0, 0});
             freeReplyObject(pReply);
         }

@@ -32,12 +32,18 @@ private:
     pid_t m_pidReplica = 0;
 };
 
-/// What stands beside the stores: a general-purpose server with a replica. An update sets three fields of the call's
-/// hash, appends to its list and publishes, in one pipeline; a subscriber at the replica is told.
+/// How an update is told to Redis.
+enum class ERedisUpdate
+{
+    pipeline, ///< three fields of the call's hash are set, its list is appended to, and all of it is published
+    script    ///< the same by a script, which sets a field only when its time stamp is newer than the one held
+};
+
+/// What stands beside the stores: a general-purpose server with a replica. A subscriber at the replica is told.
 class CRedisContender final : public CContender
 {
 public:
-    CRedisContender(CBoard& board, const CPlan& plan, const CRedisServers& servers);
+    CRedisContender(CBoard& board, const CPlan& plan, const CRedisServers& servers, ERedisUpdate eUpdate);
     ~CRedisContender() override;
 
     void startOwner() override;
@@ -56,8 +62,12 @@ private:
 
     static CConnection connect(int nPort);
     void subscribe();
+    void loadScript();
 
     const CRedisServers& m_servers;
+    const ERedisUpdate m_eUpdate;
+    std::string m_sScript; // its digest
+    std::uint64_t m_ullStamp = 0;
     int m_nPort = 0; // of the end that this process talks to
     CConnection m_pConnection;
     std::size_t m_uUnread = 0;
