@@ -52,22 +52,6 @@ template <class TOperation> long cdsGuarded(TOperation operation)
     }
 }
 
-/// The same for an operation that makes blobs, whose bytes may be refused.
-template <class TOperation> long CCallData::makingBlob(TOperation operation)
-{
-    try
-    {
-        return cdsGuarded([&] {
-            operation();
-            return 0L;
-        });
-    }
-    catch (unsigned long ulCode) // a blob whose bytes could not be allocated
-    {
-        return cdsResult(ulCode);
-    }
-}
-
 /// A record, or null when it cannot be made.
 inline std::unique_ptr<CCallData> cdsMakeRecord(CBaseCDSAPI* pOwner, const std::string& sCallID)
 {
@@ -85,17 +69,27 @@ inline bool cdsIsZero(const CCDSTimestamp& tsStamp) noexcept
     return tsStamp.value() == 0 && tsStamp.incrementValue() == 0;
 }
 
-/// What the index iterations walk over.
-///
-/// Items of the record's maps are pointed to, not copied. They leave the maps only when a property is replaced, whose
-/// old value then moves to m_vecReplaced while the property snapshot holds it, and by clear, which empties all of this.
+/// Whether a property's value takes the place of the one held.
+inline bool cdsIsNewer(const CCDSTimestamp& tsStamp, const CCDSTimestamp& tsHeld) noexcept
+{
+    return cdsIsZero(tsStamp) || tsStamp > tsHeld;
+}
+
+/// Replaces *psText by a named value's text form: name, value, time stamp. Null data are no bytes, here and below.
+void cdsWriteValue(const std::string& sName, const unsigned char* pData, int nLength, const CCDSTimestamp& tsStamp,
+                   std::string* psText);
+
+/// Replaces sDump by a named value's dump.
+void cdsDumpValue(const char* pszName, const unsigned char* pData, int nLength, std::string& sDump);
+
+/// What the index iterations walk over: snapshots that keep their values, so that an iteration goes on with what it
+/// began with when a property is replaced.
 struct CCallData::CCursors
 {
-    std::vector<const CCDSBlob*> m_vecPropertyCursor;
+    CPropertyMap::CItems m_vecPropertyCursor;
     std::vector<std::string> m_vecLogNameCursor;
-    std::vector<const CCDSBlob*> m_vecLogEntryCursor;
+    CEntryMap::CItems m_vecLogEntryCursor;
     std::string m_sLogEntryCursorName; // name or partial name that the log-entry snapshot was taken for
-    std::vector<std::unique_ptr<CCDSBlob>> m_vecReplaced;
 };
 
 /// Adds many items to a map in any order: a text in key order, as records write it, is added item by item at the end;
@@ -104,7 +98,8 @@ template <class TMap> class CMapLoader
 {
 public:
     using CItems = typename TMap::CItems;
-    using CValue = typename CItems::value_type::element_type;
+    using CPointer = typename CItems::value_type;
+    using CItem = typename TMap::CItem;
 
     explicit CMapLoader(TMap& map) : m_map(map), m_vecItems(map.takeItems()) {}
     ~CMapLoader()
@@ -117,41 +112,40 @@ public:
     CMapLoader(const CMapLoader&) = delete;
     CMapLoader& operator=(const CMapLoader&) = delete;
 
-    /// Takes the value over, unless there is one with its key already: then that one is returned.
-    CValue* add(std::unique_ptr<CValue>& pValue)
+    /// Takes the item over, unless there is one with its key already: then that one is returned.
+    CItem* add(CPointer& pItem)
     {
-        const auto& key = TMap::keyOf(*pValue);
+        const auto& key = TMap::keyOf(*pItem);
         if (m_bInOrder && (m_vecItems.empty() || TMap::keyOf(*m_vecItems.back()) < key))
         {
             if (!m_setSeen.empty())
-                m_setSeen.insert(pValue.get());
-            m_vecItems.push_back(std::move(pValue));
+                m_setSeen.insert(pItem.get());
+            m_vecItems.push_back(std::move(pItem));
             return nullptr;
         }
         if (m_setSeen.empty())
-            for (const auto& pItem : m_vecItems)
-                m_setSeen.insert(pItem.get());
-        if (const auto [it, bNew] = m_setSeen.insert(pValue.get()); !bNew)
+            for (const auto& pHeld : m_vecItems)
+                m_setSeen.insert(pHeld.get());
+        if (const auto [it, bNew] = m_setSeen.insert(pItem.get()); !bNew)
             return *it;
-        m_vecItems.push_back(std::move(pValue));
+        m_vecItems.push_back(std::move(pItem));
         m_bInOrder = false;
         return nullptr;
     }
 
-    /// Puts another value with the same key into an item's place and returns the old one.
-    std::unique_ptr<CValue> replace(const CValue* pOld, std::unique_ptr<CValue> pValue)
+    /// Puts another item with the same key into an item's place.
+    void replace(const CItem* pOld, CPointer pItem)
     {
         m_setSeen.clear(); // points to the old one; filled again when needed
         const auto it = std::find_if(m_vecItems.begin(), m_vecItems.end(),
-                                     [pOld](const auto& pItem) { return pItem.get() == pOld; });
-        it->swap(pValue);
-        return pValue;
+                                     [pOld](const auto& pHeld) { return pHeld.get() == pOld; });
+        it->swap(pItem);
     }
 
 private:
     struct CLess
     {
-        bool operator()(const CValue* pLeft, const CValue* pRight) const
+        bool operator()(const CItem* pLeft, const CItem* pRight) const
         {
             return TMap::keyOf(*pLeft) < TMap::keyOf(*pRight);
         }
@@ -159,6 +153,6 @@ private:
 
     TMap& m_map;
     CItems m_vecItems;
-    std::set<CValue*, CLess> m_setSeen; // empty while the items come in order
+    std::set<CItem*, CLess> m_setSeen; // empty while the items come in order
     bool m_bInOrder = true;
 };

@@ -1,9 +1,8 @@
 // The blob: a named value with its time stamp.
 
-#include "CDSCallData.h"
+#include "CDSBase.h"
 #include "CDSParams.h"
 #include "CDSParamsText.h"
-#include "CDSResults.h"
 #include "CDSTraceText.h"
 
 #include <algorithm>
@@ -26,6 +25,11 @@ unsigned char* copyOf(const unsigned char* pData, int nLength) noexcept
     return pCopy;
 }
 
+std::size_t readableBytes(const unsigned char* pData, int nLength) noexcept
+{
+    return pData != nullptr && nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
+}
+
 } // namespace
 
 CCDSBlob::CCDSBlob(const std::string& sName, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp)
@@ -38,12 +42,10 @@ CCDSBlob::CCDSBlob(const std::string& sName, unsigned char* const& pData, int nL
         throw static_cast<unsigned long>(0xC1170A28UL);
 }
 
-CCDSBlob::CCDSBlob(const std::string& sText) : CCDSBlob(std::string_view(sText), CFromText{}) {}
-
 // A blob begins with the current time, which takes one of the process's stamps, before the text's stamp is read.
-CCDSBlob::CCDSBlob(std::string_view text, CFromText /*tag*/) : CCDSBlob()
+CCDSBlob::CCDSBlob(const std::string& sText) : CCDSBlob()
 {
-    readFrom(text);
+    readFrom(sText);
 }
 
 CCDSBlob::CCDSBlob(const CCDSBlob& other)
@@ -78,13 +80,7 @@ CCDSBlob* CCDSBlob::clone() const
 
 long CCDSBlob::serialize(std::string* psText) const
 {
-    std::string sStamp;
-    (void)m_tsStamp.serialize(&sStamp); // always 0
-    CParamsX list(static_cast<long>(m_sName.size() + 2 * readableBytes() + sStamp.size() + 48));
-    cdsAddText(list, m_sName);
-    cdsAddBytes(list, m_pData, m_nLength);
-    cdsAddText(list, sStamp);
-    *psText = std::move(list).paramList();
+    cdsWriteValue(m_sName, m_pData, m_nLength, m_tsStamp, psText);
     return 0;
 }
 
@@ -94,9 +90,9 @@ long CCDSBlob::deserialize(const std::string& sText)
     return 0;
 }
 
-void CCDSBlob::readFrom(std::string_view text)
+void CCDSBlob::readFrom(const std::string& sText)
 {
-    const CParamsHead<3> list(text);
+    const CParamsHead<3> list(sText);
     m_sName = list.at(0);
     std::free(m_pData);
     m_pData = cdsReadBytes(list.at(1), &m_nLength);
@@ -107,27 +103,45 @@ std::string CCDSBlob::toString() const
 {
     constexpr std::size_t cShown = 32;
     std::string sText = "name" + m_sName + ", val ";
-    for (std::size_t i = 0; i < std::min(readableBytes(), cShown); ++i)
+    for (std::size_t i = 0; i < std::min(readableBytes(m_pData, m_nLength), cShown); ++i)
         sText += cdsPrintable(m_pData[i]);
     return sText;
 }
 
 void CCDSBlob::DumpContent(std::string& sDump) const
 {
+    cdsDumpValue(m_sName.c_str(), m_pData, m_nLength, sDump);
+}
+
+void cdsWriteValue(const std::string& sName, const unsigned char* pData, int nLength, const CCDSTimestamp& tsStamp,
+                   std::string* psText)
+{
+    std::string sStamp;
+    (void)tsStamp.serialize(&sStamp); // always 0
+    CParamsX list(static_cast<long>(sName.size() + 2 * readableBytes(pData, nLength) + sStamp.size() + 48));
+    cdsAddText(list, sName);
+    cdsAddBytes(list, pData, nLength);
+    cdsAddText(list, sStamp);
+    *psText = std::move(list).paramList();
+}
+
+void cdsDumpValue(const char* pszName, const unsigned char* pData, int nLength, std::string& sDump)
+{
     constexpr std::size_t cRow = 16;
     char szLine[257];
-    (void)std::snprintf(szLine, sizeof szLine, "\t\tName: %s, DataLen: %d, Value:\n", m_sName.c_str(),
-                        int{m_nLength}); // a cut line is meant
+    (void)std::snprintf(szLine, sizeof szLine, "\t\tName: %s, DataLen: %d, Value:\n", pszName,
+                        nLength); // a cut line is meant
     sDump = szLine;
-    for (std::size_t uRow = 0; uRow < readableBytes(); uRow += cRow)
+    const std::size_t uBytes = readableBytes(pData, nLength);
+    for (std::size_t uRow = 0; uRow < uBytes; uRow += cRow)
     {
-        const std::size_t uEnd = std::min(uRow + cRow, readableBytes());
+        const std::size_t uEnd = std::min(uRow + cRow, uBytes);
         std::string sHex = "\t\t\t";
         std::string sText;
         for (std::size_t i = uRow; i < uEnd; ++i)
         {
-            sHex += cdsHexDigit(m_pData[i] >> 4U); // the high digit alone, on purpose: readers of dumps know it so
-            sText += cdsPrintable(m_pData[i]);
+            sHex += cdsHexDigit(pData[i] >> 4U); // the high digit alone, on purpose: readers of dumps know it so
+            sText += cdsPrintable(pData[i]);
         }
         if (uEnd - uRow == cRow)
             sDump += sHex + sText + '\n';

@@ -86,63 +86,29 @@ long CCallData::setProperty(const std::string& sName, unsigned char* const& pDat
     *pbChanged = false;
     const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     m_dwSetPropertiesCount.fetch_add(1, std::memory_order_relaxed);
-    return makingBlob([&] { takeProperty(sName, pData, nLength, tsStamp, nullptr, pbChanged); });
-}
-
-/// Takes a property's value, unless the one held is as new.
-///
-/// @param pvecNew  takes a property that the record lacks, for the caller to merge in with the rest of them; null when
-///                 there is only this one
-void CCallData::takeProperty(const std::string& sName, unsigned char* const& pData, int nLength,
-                             const CCDSTimestamp& tsStamp, CPropertyMap::CItems* pvecNew, bool* pbChanged)
-{
-    const auto it = m_mapProperties.lowerBound(sName);
-    const bool bHeld = m_mapProperties.holdsAt(it, sName);
-    if (bHeld && !cdsIsZero(tsStamp) && !(tsStamp > (*it)->timestamp()))
-        return;
-    auto pBlob = std::make_unique<CCDSBlob>(sName, pData, nLength, tsStamp);
-    const long lLength = pBlob->length();
-    if (bHeld)
-        replaceProperty(it, std::move(pBlob));
-    else
-    {
-        if (pvecNew != nullptr)
-            pvecNew->push_back(std::move(pBlob));
+    return cdsGuarded([&] {
+        const auto it = m_mapProperties.lowerBound(sName);
+        const bool bHeld = m_mapProperties.holdsAt(it, sName);
+        if (bHeld && !cdsIsNewer(tsStamp, (*it)->timestamp()))
+            return 0L;
+        CValuePtr pValue = CValue::make(sName, pData, nLength, tsStamp);
+        const long lLength = pValue->length();
+        if (bHeld)
+            replaceProperty(it, std::move(pValue));
         else
-            m_mapProperties.insertAt(it, std::move(pBlob));
-        addSize(lLength);
-    }
-    *pbChanged = true;
+        {
+            m_mapProperties.insertAt(it, std::move(pValue));
+            addSize(lLength);
+        }
+        *pbChanged = true;
+        return 0L;
+    });
 }
 
-void CCallData::replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob)
+void CCallData::replaceProperty(CPropertyMap::CItems::const_iterator it, CValuePtr pValue) noexcept
 {
-    makeRoomToRetire();
-    addSize(long{pBlob->length()} - (*it)->length());
-    retire(m_mapProperties.replaceAt(it, std::move(pBlob)));
-}
-
-/// So that retire cannot fail.
-void CCallData::makeRoomToRetire()
-{
-    if (m_pCursors == nullptr)
-        return;
-    auto& vecReplaced = m_pCursors->m_vecReplaced;
-    if (vecReplaced.size() == vecReplaced.capacity())
-        vecReplaced.reserve(2 * vecReplaced.size() + 1);
-}
-
-/// Keeps a replaced value while an iteration may still come to it: the iteration goes on with what it began with.
-void CCallData::retire(std::unique_ptr<CCDSBlob> pReplaced)
-{
-    if (m_pCursors == nullptr)
-        return;
-    const auto& vecSnapshot = m_pCursors->m_vecPropertyCursor; // in name order
-    const auto it =
-        std::lower_bound(vecSnapshot.begin(), vecSnapshot.end(), pReplaced->name(),
-                         [](const CCDSBlob* pBlob, const std::string& sName) { return pBlob->name() < sName; });
-    if (it != vecSnapshot.end() && *it == pReplaced.get())
-        m_pCursors->m_vecReplaced.push_back(std::move(pReplaced));
+    addSize(long{pValue->length()} - (*it)->length());
+    m_mapProperties.replaceAt(it, std::move(pValue));
 }
 
 long CCallData::appendLogEntry(const std::string& sName, unsigned char* const& pData, int nLength,
@@ -151,36 +117,39 @@ long CCallData::appendLogEntry(const std::string& sName, unsigned char* const& p
     *pbChanged = false;
     const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
     m_dwAppendLogEntriesCount.fetch_add(1, std::memory_order_relaxed);
-    return makingBlob([&] {
+    return cdsGuarded([&] {
         const auto itLog = m_mapLogEntries.lowerBound(sName);
-        if (m_mapLogEntries.holdsAt(itLog, sName))
+        const bool bHeld = m_mapLogEntries.holdsAt(itLog, sName);
+        std::unique_ptr<CLogEntries> pNewLog;
+        if (!bHeld)
         {
-            takeEntry(**itLog, pData, nLength, tsStamp, nullptr, pbChanged);
-            return;
+            pNewLog = std::make_unique<CLogEntries>(sName, tsStamp);
+            m_mapLogEntries.growForOne(); // so that the log, once it has its entry, gets its place
         }
-        auto pLog = std::make_unique<CLogEntries>(sName, tsStamp);
-        m_mapLogEntries.growForOne(); // so that the log, once it has its entry, gets its place
-        takeEntry(*pLog, pData, nLength, tsStamp, nullptr, pbChanged);
-        m_mapLogEntries.insertAt(m_mapLogEntries.lowerBound(sName), std::move(pLog));
+        CLogEntries& log = bHeld ? **itLog : *pNewLog;
+        const auto it = log.m_mapEntries.lowerBound(tsStamp);
+        if (log.m_mapEntries.holdsAt(it, tsStamp))
+            return 0L;
+        takeEntry(log, it, CValue::make(log.name(), pData, nLength, tsStamp), nullptr, pbChanged);
+        if (!bHeld)
+            m_mapLogEntries.insertAt(m_mapLogEntries.lowerBound(sName), std::move(pNewLog));
+        return 0L;
     });
 }
 
-/// Takes an entry into a log, unless the log holds its stamp.
+/// Takes an entry into its place in a log that lacks its stamp.
 ///
 /// @param pvecLate  takes an entry that does not go behind all others, for the caller to merge in with the rest of
 ///                  them; null when there is only this one
-void CCallData::takeEntry(CLogEntries& log, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
+void CCallData::takeEntry(CLogEntries& log, CEntryMap::CItems::const_iterator it, CValuePtr pEntry,
                           CEntryMap::CItems* pvecLate, bool* pbChanged)
 {
-    const auto it = log.m_mapEntries.lowerBound(tsStamp);
-    if (log.m_mapEntries.holdsAt(it, tsStamp))
-        return;
-    auto pBlob = std::make_unique<CCDSBlob>(log.name(), pData, nLength, tsStamp);
-    const long lLength = pBlob->length();
+    const CCDSTimestamp tsStamp = pEntry->timestamp();
+    const long lLength = pEntry->length();
     if (pvecLate != nullptr && it != log.m_mapEntries.end())
-        pvecLate->push_back(std::move(pBlob));
+        pvecLate->push_back(std::move(pEntry));
     else
-        log.m_mapEntries.insertAt(it, std::move(pBlob));
+        log.m_mapEntries.insertAt(it, std::move(pEntry));
     log.m_tsLastAppend = tsStamp;
     addSize(lLength);
     *pbChanged = true;
@@ -226,7 +195,6 @@ long CCallData::clear()
         m_pCursors->m_vecPropertyCursor.clear();
         m_pCursors->m_vecLogNameCursor.clear();
         m_pCursors->m_vecLogEntryCursor.clear();
-        m_pCursors->m_vecReplaced.clear();
     }
     m_mapProperties.clear();
     m_mapLogEntries.clear();
@@ -237,22 +205,22 @@ long CCallData::clear()
 long CCallData::getProperty(const std::string& sName, unsigned char** ppData, int* pLength, CCDSTimestamp* pts) const
 {
     const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
-    const CCDSBlob* const pBlob = m_mapProperties.find(sName);
-    if (pBlob == nullptr)
+    const CValue* const pValue = m_mapProperties.find(sName);
+    if (pValue == nullptr)
         return E_CDS_NOTFOUND;
-    *ppData = pBlob->data();
-    *pLength = pBlob->length();
+    *ppData = pValue->data();
+    *pLength = pValue->length();
     if (pts != nullptr)
-        pts->set(pBlob->timestamp());
+        pts->set(pValue->timestamp());
     return 0;
 }
 
 long CCallData::getPropertyUpdateTimestamp(const std::string& sName, CCDSTimestamp* pts) const
 {
     const CCritSecLock lock(*m_pCritsec, __LINE__, __LINE__);
-    const CCDSBlob* const pBlob = m_mapProperties.find(sName);
-    pts->set(pBlob != nullptr ? pBlob->timestamp() : CCDSTimestamp(0, 0));
-    return pBlob != nullptr ? 0 : E_CDS_NOTFOUND;
+    const CValue* const pValue = m_mapProperties.find(sName);
+    pts->set(pValue != nullptr ? pValue->timestamp() : CCDSTimestamp(0, 0));
+    return pValue != nullptr ? 0 : E_CDS_NOTFOUND;
 }
 
 long CCallData::getLogEntryExists(const std::string& sName, const CCDSTimestamp& tsStamp) const

@@ -4,15 +4,18 @@
 #include "CDSLogging.h"
 #include "CDSTraceText.h"
 
-#include <algorithm>
-
 namespace {
 
 /// Room for what a map lacks of another, in it and in the vector that collects it, so that merging it in cannot fail.
 template <class TMap> void makeRoom(TMap* pmap, const TMap& from, typename TMap::CItems* pvecNew)
 {
-    const auto lacks = [pmap](const auto& pItem) { return pmap->find(TMap::keyOf(*pItem)) == nullptr; };
-    const auto uNew = static_cast<std::size_t>(std::count_if(from.begin(), from.end(), lacks));
+    std::size_t uNew = 0;
+    auto itHeld = pmap->begin();
+    for (const auto& pItem : from)
+    {
+        itHeld = pmap->lowerBoundFrom(itHeld, TMap::keyOf(*pItem));
+        uNew += pmap->holdsAt(itHeld, TMap::keyOf(*pItem)) ? 0U : 1U;
+    }
     if (uNew == 0)
         return;
     pvecNew->reserve(uNew);
@@ -21,34 +24,81 @@ template <class TMap> void makeRoom(TMap* pmap, const TMap& from, typename TMap:
 
 } // namespace
 
-/// Copies into target what pOther lacks: everything when it is null.
-long CCallData::copyNewInto(CCallData& target, CCallData* pOther, bool* pbFound) const
+/// A log's entry, for another record's log of the same name. An entry that was read from a text may have another name
+/// than its log; whoever takes it over knows it under the log's.
+CCallData::CValuePtr CCallData::entryOf(const CLogEntries& log, const CValuePtr& pEntry)
 {
-    bool bChanged = false;
-    for (const auto& pBlob : m_mapProperties)
+    if (pEntry->name() == log.name())
+        return pEntry;
+    return CValue::make(log.name(), pEntry->data(), pEntry->length(), pEntry->timestamp());
+}
+
+/// A log of the entries that another log lacks.
+///
+/// @param pOther  may be null: then all
+/// @return null when there are none
+std::unique_ptr<CCallData::CLogEntries> CCallData::newEntries(const CLogEntries& log, const CLogEntries* pOther)
+{
+    const CEntryMap mapNone;
+    const CEntryMap& mapOther = pOther != nullptr ? pOther->m_mapEntries : mapNone;
+    std::unique_ptr<CLogEntries> pNew;
+    auto itOther = mapOther.begin();
+    for (const auto& pEntry : log.m_mapEntries)
     {
-        CCDSTimestamp tsOther(0, 0);
-        const bool bHeld = pOther != nullptr && pOther->getPropertyUpdateTimestamp(pBlob->name(), &tsOther) >= 0;
-        if (bHeld && !(pBlob->timestamp() > tsOther))
+        itOther = mapOther.lowerBoundFrom(itOther, pEntry->timestamp());
+        if (mapOther.holdsAt(itOther, pEntry->timestamp()))
             continue;
-        const long lResult =
-            target.setProperty(pBlob->name(), pBlob->m_pData, pBlob->m_nLength, pBlob->timestamp(), false, &bChanged);
-        if (lResult < 0)
-            return lResult;
-        *pbFound = true;
-    }
-    for (const auto& pLog : m_mapLogEntries)
-        for (const auto& pBlob : pLog->m_mapEntries)
+        if (pNew == nullptr)
         {
-            if (pOther != nullptr && pOther->getLogEntryExists(pLog->name(), pBlob->timestamp()) >= 0)
-                continue;
-            const long lResult = target.appendLogEntry(pLog->name(), pBlob->m_pData, pBlob->m_nLength,
-                                                       pBlob->timestamp(), false, &bChanged);
-            if (lResult < 0)
-                return lResult;
-            *pbFound = *pbFound || bChanged;
+            pNew = std::make_unique<CLogEntries>(log.name(), pEntry->timestamp());
+            if (mapOther.empty())
+                pNew->m_mapEntries.reserve(log.m_mapEntries.size());
         }
-    return 0;
+        pNew->m_mapEntries.append(entryOf(log, pEntry));
+        pNew->m_tsLastAppend = pEntry->timestamp();
+    }
+    return pNew;
+}
+
+/// Puts what other properties and logs lack into an empty record, which then holds the same values as this one. Both
+/// sides are in key order: one walk through them finds it all. The target's maps take no more room than they need when
+/// it is a clone, which the store keeps.
+///
+/// @return whether there was anything
+bool CCallData::shareNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const
+{
+    long lBytes = 0;
+    pTarget->m_mapProperties.reserve(m_mapProperties.size());
+    auto itOther = mapOther.begin();
+    for (const auto& pValue : m_mapProperties)
+    {
+        itOther = mapOther.lowerBoundFrom(itOther, pValue->name());
+        if (mapOther.holdsAt(itOther, pValue->name()) && !(pValue->timestamp() > (*itOther)->timestamp()))
+            continue;
+        pTarget->m_mapProperties.append(pValue);
+        lBytes += pValue->length();
+    }
+    std::size_t uEntries = 0;
+    if (mapOtherLogs.empty())
+        pTarget->m_mapLogEntries.reserve(m_mapLogEntries.size());
+    auto itOtherLog = mapOtherLogs.begin();
+    for (const auto& pLog : m_mapLogEntries)
+    {
+        itOtherLog = mapOtherLogs.lowerBoundFrom(itOtherLog, pLog->name());
+        const bool bOtherHas = mapOtherLogs.holdsAt(itOtherLog, pLog->name());
+        std::unique_ptr<CLogEntries> pNew = newEntries(*pLog, bOtherHas ? itOtherLog->get() : nullptr);
+        if (pNew == nullptr)
+            continue;
+        for (const auto& pEntry : pNew->m_mapEntries)
+            lBytes += pEntry->length();
+        uEntries += pNew->m_mapEntries.size();
+        pTarget->m_mapLogEntries.append(std::move(pNew));
+    }
+    pTarget->addSize(lBytes);
+    pTarget->m_dwSetPropertiesCount.store(static_cast<std::uint32_t>(pTarget->m_mapProperties.size()),
+                                          std::memory_order_relaxed);
+    pTarget->m_dwAppendLogEntriesCount.store(static_cast<std::uint32_t>(uEntries), std::memory_order_relaxed);
+    return !pTarget->m_mapProperties.empty() || uEntries > 0;
 }
 
 long CCallData::filter(CCallData* pOther, CCallData** ppResult)
@@ -60,8 +110,14 @@ long CCallData::filter(CCallData* pOther, CCallData** ppResult)
         return E_CDS_OUTOFMEMORY;
     bool bFound = false;
     const long lResult = cdsGuarded([&] {
-        pResult->m_mapProperties.reserve(m_mapProperties.size());
-        return copyNewInto(*pResult, pOther, &bFound);
+        if (pOther == nullptr)
+        {
+            bFound = shareNew(CPropertyMap(), CLogMap(), pResult.get());
+            return 0L;
+        }
+        const CCritSecLock otherLock(*pOther->m_pCritsec, __LINE__, __LINE__);
+        bFound = shareNew(pOther->m_mapProperties, pOther->m_mapLogEntries, pResult.get());
+        return 0L;
     });
     if (lResult >= 0 && bFound)
         *ppResult = pResult.release();
@@ -75,11 +131,8 @@ CCallData* CCallData::clone()
     if (pCopy == nullptr)
         return nullptr;
     const long lResult = cdsGuarded([&] {
-        // A clone is what the store keeps: its maps take no more room than they need.
-        pCopy->m_mapProperties.reserve(m_mapProperties.size());
-        pCopy->m_mapLogEntries.reserve(m_mapLogEntries.size());
-        bool bFound = false;
-        return copyNewInto(*pCopy, nullptr, &bFound);
+        (void)shareNew(CPropertyMap(), CLogMap(), pCopy.get()); // an empty record has an empty clone
+        return 0L;
     });
     return lResult < 0 ? nullptr : pCopy.release();
 }
@@ -87,20 +140,35 @@ CCallData* CCallData::clone()
 /// Takes the other's properties, as setProperty would one by one, in time linear in both records.
 long CCallData::mergeProperties(const CCallData& from, bool* pbChanged)
 {
+    if (from.m_mapProperties.empty())
+        return 0;
     CPropertyMap::CItems vecNew;
-    long lResult = 0;
-    for (auto it = from.m_mapProperties.begin(); lResult >= 0 && it != from.m_mapProperties.end(); ++it)
+    const long lResult = cdsGuarded([&] {
+        makeRoom(&m_mapProperties, from.m_mapProperties, &vecNew);
+        return 0L;
+    });
+    const std::size_t uOffered = lResult < 0 ? 1 : from.m_mapProperties.size(); // none behind one that is refused
+    m_dwSetPropertiesCount.fetch_add(static_cast<std::uint32_t>(uOffered), std::memory_order_relaxed);
+    if (lResult < 0)
+        return lResult;
+    auto itHeld = m_mapProperties.begin();
+    for (const auto& pValue : from.m_mapProperties)
     {
-        const CCDSBlob& blob = **it;
-        m_dwSetPropertiesCount.fetch_add(1, std::memory_order_relaxed);
-        lResult = makingBlob([&] {
-            if (it == from.m_mapProperties.begin())
-                makeRoom(&m_mapProperties, from.m_mapProperties, &vecNew);
-            takeProperty(blob.name(), blob.m_pData, blob.m_nLength, blob.timestamp(), &vecNew, pbChanged);
-        });
+        itHeld = m_mapProperties.lowerBoundFrom(itHeld, pValue->name());
+        const bool bHeld = m_mapProperties.holdsAt(itHeld, pValue->name());
+        if (bHeld && !cdsIsNewer(pValue->timestamp(), (*itHeld)->timestamp()))
+            continue;
+        if (bHeld)
+            replaceProperty(itHeld, pValue);
+        else
+        {
+            vecNew.push_back(pValue);
+            addSize(pValue->length());
+        }
+        *pbChanged = true;
     }
-    m_mapProperties.mergeIn(std::move(vecNew)); // also after a failure: what was taken until then stays
-    return lResult;
+    m_mapProperties.mergeIn(std::move(vecNew));
+    return 0;
 }
 
 /// Takes the other's log entries, as appendLogEntry would one by one, in time linear in both records.
@@ -141,21 +209,25 @@ long CCallData::mergeLog(const CCallData& from, const CLogEntries& fromLog, CLog
                 makeRoom(&m_mapLogEntries, from.m_mapLogEntries, pvecNewLogs);
             pNewLog = std::make_unique<CLogEntries>(fromLog.name(), (*itFirst)->timestamp());
             pLog = pNewLog.get();
+            pLog->m_mapEntries.reserve(fromLog.m_mapEntries.size());
         }
         else if (pLog->m_mapEntries.lowerBound((*itFirst)->timestamp()) != pLog->m_mapEntries.end())
             makeRoom(&pLog->m_mapEntries, fromLog.m_mapEntries, &vecLate);
     };
-    long lResult = 0;
-    for (auto it = itFirst; lResult >= 0 && it != fromLog.m_mapEntries.end(); ++it)
-    {
-        const CCDSBlob& blob = **it;
-        m_dwAppendLogEntriesCount.fetch_add(1, std::memory_order_relaxed);
-        lResult = makingBlob([&] {
+    std::uint32_t dwOffered = 0;
+    const long lResult = cdsGuarded([&] {
+        for (auto it = itFirst; it != fromLog.m_mapEntries.end(); ++it)
+        {
+            ++dwOffered;
             if (it == itFirst)
                 prepare();
-            takeEntry(*pLog, blob.m_pData, blob.m_nLength, blob.timestamp(), &vecLate, pbChanged);
-        });
-    }
+            const auto itHeld = pLog->m_mapEntries.lowerBound((*it)->timestamp());
+            if (!pLog->m_mapEntries.holdsAt(itHeld, (*it)->timestamp()))
+                takeEntry(*pLog, itHeld, entryOf(fromLog, *it), &vecLate, pbChanged);
+        }
+        return 0L;
+    });
+    m_dwAppendLogEntriesCount.fetch_add(dwOffered, std::memory_order_relaxed);
     if (pLog != nullptr) // null when there was no memory for it
         pLog->m_mapEntries.mergeIn(std::move(vecLate));
     if (pNewLog != nullptr && !pNewLog->m_mapEntries.empty())
@@ -189,15 +261,15 @@ bool CCallData::changed(CCallData* pOld)
         if (pLog == nullptr || pLog->m_mapEntries.size() != pOldLog->m_mapEntries.size())
             return true;
     }
-    for (const auto& pBlob : m_mapProperties)
+    for (const auto& pValue : m_mapProperties)
     {
-        const CCDSBlob* const pOldBlob = pOld->m_mapProperties.find(pBlob->name());
-        if (pOldBlob == nullptr)
+        const CValue* const pOldValue = pOld->m_mapProperties.find(pValue->name());
+        if (pOldValue == nullptr)
         {
-            CCDSLogging::logInfo("CCDSAPI::CCallData::changedProperties, prop not in old=%s", pBlob->name().c_str());
+            CCDSLogging::logInfo("CCDSAPI::CCallData::changedProperties, prop not in old=%s", pValue->name().data());
             return true;
         }
-        if (!pBlob->identical(pOldBlob))
+        if (!(pValue->timestamp() == pOldValue->timestamp()))
             return true;
     }
     return false;

@@ -18,19 +18,17 @@ void CCallData::DumpContent(std::string& sDump) const
                         int{m_stCreated.wSecond}, int{m_stCreated.wMilliseconds}, cdsInt(getSetPropertiesCount()),
                         cdsInt(getAppendLogEntriesCount())); // a cut header is meant
     sDump = szHeader;
-    std::string sBlob;
-    for (const auto& pBlob : m_mapProperties)
-    {
-        pBlob->DumpContent(sBlob);
-        sDump += sBlob;
-    }
+    std::string sValue;
+    const auto addValue = [&](const CValue& value) {
+        cdsDumpValue(value.name().data(), value.data(), value.length(), sValue);
+        sDump += sValue;
+    };
+    for (const auto& pValue : m_mapProperties)
+        addValue(*pValue);
     sDump += "\tLOG ENTRIES:\n";
     for (const auto& pLog : m_mapLogEntries)
-        for (const auto& pBlob : pLog->m_mapEntries)
-        {
-            pBlob->DumpContent(sBlob);
-            sDump += sBlob;
-        }
+        for (const auto& pValue : pLog->m_mapEntries)
+            addValue(*pValue);
 }
 
 void CCallData::trace(const char* pszTitle)

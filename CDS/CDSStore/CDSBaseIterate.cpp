@@ -9,7 +9,7 @@ CCallData::CCursors& CCallData::cursors()
     return *m_pCursors;
 }
 
-long CCallData::nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, int* pIndex, unsigned char** ppData,
+long CCallData::nextOfSnapshot(const std::vector<CValuePtr>& vecSnapshot, int* pIndex, unsigned char** ppData,
                                int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts,
                                std::string* psName) const
 {
@@ -18,14 +18,14 @@ long CCallData::nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, 
         ++*pIndex;
     if (*pIndex >= nSize)
         return E_CDS_NOTFOUND;
-    const CCDSBlob* const pBlob = vecSnapshot[static_cast<std::size_t>(*pIndex)];
+    const CValue& value = *vecSnapshot[static_cast<std::size_t>(*pIndex)];
     if (psName != nullptr)
-        *psName = pBlob->name(); // what may fail comes first, so that nothing is skipped then
+        *psName = value.name(); // what may fail comes first, so that nothing is skipped then
     ++*pIndex;
-    *ppData = pBlob->data();
-    *pLength = pBlob->length();
+    *ppData = value.data();
+    *pLength = value.length();
     if (pts != nullptr)
-        pts->set(pBlob->timestamp());
+        pts->set(value.timestamp());
     return 0;
 }
 
@@ -39,12 +39,9 @@ long CCallData::getProperty(int* pIndex, std::string* psName, unsigned char** pp
         CCursors& all = cursors();
         if (*pIndex == 0)
         {
-            std::vector<const CCDSBlob*> vecSnapshot; // complete before it replaces the old one, here and below
-            vecSnapshot.reserve(m_mapProperties.size());
-            for (const auto& pBlob : m_mapProperties)
-                vecSnapshot.push_back(pBlob.get());
+            // Complete before it replaces the old one, here and below.
+            CPropertyMap::CItems vecSnapshot(m_mapProperties.begin(), m_mapProperties.end());
             all.m_vecPropertyCursor.swap(vecSnapshot);
-            all.m_vecReplaced.clear();
         }
         return nextOfSnapshot(all.m_vecPropertyCursor, pIndex, ppData, pLength, tsSince, pts, psName);
     });
@@ -60,7 +57,7 @@ long CCallData::getLogEntry(std::string sName, int* pIndex, unsigned char** ppDa
         CCursors& all = cursors();
         if (*pIndex == 0 || sName != all.m_sLogEntryCursorName)
         {
-            std::vector<const CCDSBlob*> vecSnapshot;
+            CEntryMap::CItems vecSnapshot;
             if (const CLogEntries* const pLog = m_mapLogEntries.find(sName); pLog != nullptr)
                 takeEntries(*pLog, &vecSnapshot);
             all.m_vecLogEntryCursor.swap(vecSnapshot);
@@ -80,7 +77,7 @@ long CCallData::getLogEntryByPartialName(std::string sPartialName, int* pIndex, 
         CCursors& all = cursors();
         if (*pIndex == 0 || sPartialName != all.m_sLogEntryCursorName)
         {
-            std::vector<const CCDSBlob*> vecSnapshot;
+            CEntryMap::CItems vecSnapshot;
             for (auto it = m_mapLogEntries.lowerBound(sPartialName);
                  it != m_mapLogEntries.end() && (*it)->name().compare(0, sPartialName.size(), sPartialName) == 0; ++it)
                 takeEntries(**it, &vecSnapshot);
@@ -91,10 +88,9 @@ long CCallData::getLogEntryByPartialName(std::string sPartialName, int* pIndex, 
     });
 }
 
-void CCallData::takeEntries(const CLogEntries& log, std::vector<const CCDSBlob*>* pvecSnapshot)
+void CCallData::takeEntries(const CLogEntries& log, CEntryMap::CItems* pvecSnapshot)
 {
-    for (const auto& pEntry : log.m_mapEntries)
-        pvecSnapshot->push_back(pEntry.get());
+    pvecSnapshot->insert(pvecSnapshot->end(), log.m_mapEntries.begin(), log.m_mapEntries.end());
 }
 
 long CCallData::getLogName(int nIndex, std::string* psName)

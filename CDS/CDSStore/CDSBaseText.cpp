@@ -29,15 +29,18 @@ CCDSTimestamp stampOf(std::string_view text)
 long CCallData::serialize(std::string* psText)
 {
     return cdsGuarded([&] {
+        std::string sName;
         std::string sPart;
+        const auto addValue = [&](CParamsX& list, const CValue& value) {
+            sName = value.name();
+            cdsWriteValue(sName, value.data(), value.length(), value.timestamp(), &sPart);
+            cdsAddText(list, sPart);
+        };
         CParamsX list(static_cast<long>(2 * getsize() + 64 * (m_mapProperties.size() + m_mapLogEntries.size() + 1)));
         cdsAddText(list, m_sCallID);
         cdsAddLong(list, static_cast<std::int32_t>(m_mapProperties.size()));
-        for (const auto& pBlob : m_mapProperties)
-        {
-            (void)pBlob->serialize(&sPart); // always 0
-            cdsAddText(list, sPart);
-        }
+        for (const auto& pValue : m_mapProperties)
+            addValue(list, *pValue);
         cdsAddLong(list, static_cast<std::int32_t>(m_mapLogEntries.size()));
         for (const auto& pLog : m_mapLogEntries)
         {
@@ -45,11 +48,8 @@ long CCallData::serialize(std::string* psText)
             (void)pLog->m_tsLastAppend.serialize(&sPart); // always 0
             cdsAddText(list, sPart);
             cdsAddLong(list, static_cast<std::int32_t>(pLog->m_mapEntries.size()));
-            for (const auto& pBlob : pLog->m_mapEntries)
-            {
-                (void)pBlob->serialize(&sPart); // always 0
-                cdsAddText(list, sPart);
-            }
+            for (const auto& pValue : pLog->m_mapEntries)
+                addValue(list, *pValue);
         }
         *psText = std::move(list).paramList();
         return 0L;
@@ -66,12 +66,6 @@ long CCallData::deserialize(const std::string& sText)
     });
 }
 
-/// The blob whose text is an element; the one that an empty text gives when there is none.
-std::unique_ptr<CCallData::CCDSBlob> CCallData::readBlob(const CParamsX& list, std::int64_t llPosition)
-{
-    return std::unique_ptr<CCDSBlob>(new CCDSBlob(viewAt(list, llPosition), CCDSBlob::CFromText{}));
-}
-
 /// Reads the properties.
 ///
 /// @return the position behind them
@@ -82,9 +76,9 @@ std::int64_t CCallData::readProperties(const CParamsX& list)
     CMapLoader<CPropertyMap> loader(m_mapProperties);
     for (long i = 0; i < lCount; ++i)
     {
-        std::unique_ptr<CCDSBlob> pBlob = readBlob(list, llPosition);
-        const long lLength = pBlob->length();
-        const CCDSBlob* const pHeld = loader.add(pBlob);
+        CValuePtr pValue = CValue::read(viewAt(list, llPosition));
+        const long lLength = pValue->length();
+        const CValue* const pHeld = loader.add(pValue);
         if (pHeld == nullptr)
         {
             addSize(lLength);
@@ -92,9 +86,8 @@ std::int64_t CCallData::readProperties(const CParamsX& list)
             continue;
         }
         // The position is not advanced behind a replaced value, so every further round reads this same element.
-        makeRoomToRetire();
         addSize(lLength - pHeld->length());
-        retire(loader.replace(pHeld, std::move(pBlob)));
+        loader.replace(pHeld, std::move(pValue));
         for (std::int64_t llRound = i; llRound < lCount && llRound - i < cMaxReplacedLines; ++llRound)
             CCDSLogging::logError("CCallData::deserialize - Deleting OldBLOB");
         break;
@@ -132,9 +125,9 @@ std::uint32_t CCallData::readEntries(const CParamsX& list, std::int64_t llPositi
     CMapLoader<decltype(pLog->m_mapEntries)> loader(pLog->m_mapEntries);
     for (long i = 0; i < lCount; ++i)
     {
-        std::unique_ptr<CCDSBlob> pBlob = readBlob(list, llPosition + i);
-        const auto dwLength = static_cast<std::uint32_t>(pBlob->length());
-        if (loader.add(pBlob) == nullptr) // the first of two entries of one stamp stays
+        CValuePtr pEntry = CValue::read(viewAt(list, llPosition + i));
+        const auto dwLength = static_cast<std::uint32_t>(pEntry->length());
+        if (loader.add(pEntry) == nullptr) // the first of two entries of one stamp stays
             dwSize += dwLength;
         if (llPosition + i >= list.count())
             break;

@@ -106,23 +106,27 @@ std::size_t cdsHeaderLength(std::string_view text) noexcept
 
 unsigned char* cdsReadBytes(std::string_view text, int* pnSize) noexcept
 {
-    const std::size_t uSize = text.size() / 2;
+    const std::size_t uSize = cdsByteCount(text);
     *pnSize = static_cast<int>(uSize);
     if (uSize == 0)
         return nullptr;
     auto* const pData = static_cast<unsigned char*>(std::malloc(uSize));
-    if (pData == nullptr)
-        return nullptr;
-    for (std::size_t i = 0; i < uSize; ++i)
+    if (pData != nullptr)
+        cdsReadBytesInto(text, pData);
+    return pData;
+}
+
+void cdsReadBytesInto(std::string_view text, unsigned char* pBytes) noexcept
+{
+    for (std::size_t i = 0; i < cdsByteCount(text); ++i)
     {
         const unsigned int uHigh = g_aHexValues[static_cast<unsigned char>(text[2 * i])];
         const unsigned int uLow = g_aHexValues[static_cast<unsigned char>(text[2 * i + 1])];
         unsigned int uByte = 0;
         if (uHigh <= 0x0FU)
             uByte = uLow <= 0x0FU ? uHigh << 4U | uLow : uHigh;
-        pData[i] = static_cast<unsigned char>(uByte);
+        pBytes[i] = static_cast<unsigned char>(uByte);
     }
-    return pData;
 }
 
 void cdsAddText(CParamsX& list, const std::string& sText)

@@ -40,6 +40,12 @@ std::size_t cdsHeaderLength(std::string_view text) noexcept;
 /// Bytes from pairs of hexadecimal digits, in a new buffer from malloc; null and size 0 for less than a pair. A pair
 /// that is not hexadecimal reads as far as it is. *pnSize is set also when the buffer could not be allocated.
 unsigned char* cdsReadBytes(std::string_view text, int* pnSize) noexcept;
+/// The same into the caller's room for cdsByteCount bytes.
+void cdsReadBytesInto(std::string_view text, unsigned char* pBytes) noexcept;
+inline std::size_t cdsByteCount(std::string_view text) noexcept
+{
+    return text.size() / 2;
+}
 
 /// The first elements of an encoded text, read in place: what CParamsX gives for a nested list, without a copy of it.
 /// The whole text is walked, so it is malformed for this reader exactly when it is for CParamsX.

@@ -33,10 +33,11 @@ class CPCritSec;
 ///
 /// Threads    every operation runs under the record's own re-entrant lock, unless it says so. Two threads that filter
 ///            two records against each other, or iterate over one record at the same time, must agree on a turn.
-/// Ownership  values are copied in. Pointers to bytes that are handed out point into the record and are valid until
+/// Ownership  values are copied in, once: a record that is made or merged from another one shares its values. Bytes
+///            that are handed out are read only, since several records may have them; the pointers are valid until
 ///            that value is replaced, or the record cleared or deleted. A record made with an owner may be used in its
 ///            three-argument writers only while that store lives.
-/// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is copied. The constructors throw
+/// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is made. The constructors throw
 ///            std::bad_alloc and KRException, deserialize the parse failure, the dumps and a blob's own operations
 ///            std::bad_alloc. Pointers to what is filled in are not null, unless said so.
 /// Limits     a value of more than about 499,000 bytes can be held but not serialized: its element is left out of the
@@ -94,23 +95,12 @@ public:
         void DumpContent(std::string& sDump) const;
 
     private:
-        friend class CCallData;
-        struct CFromText
-        {
-        };
-
         CCDSBlob() = default;
-        CCDSBlob(std::string_view text, CFromText tag);
-        void readFrom(std::string_view text);
-        std::size_t readableBytes() const noexcept
-        {
-            return m_pData != nullptr ? static_cast<std::size_t>(m_nLength) : 0;
-        }
+        void readFrom(const std::string& sText);
 
         std::string m_sName;
         unsigned char* m_pData = nullptr; // from malloc
-        // The length stands in the stamp's padding, which keeps a blob in a smaller heap block.
-        [[no_unique_address]] CCDSTimestamp m_tsStamp;
+        CCDSTimestamp m_tsStamp;
         std::int32_t m_nLength = 0;
     };
 
@@ -255,52 +245,147 @@ public:
 
 private:
     struct CCursors;
+    class CValuePtr;
 
-    /// A map kept as a vector in key order: records hold few items, mostly added at the end, and pay no node for each.
-    /// The key is read from the value, which the map owns.
-    template <class TValue, auto pfnKey> class CSortedMap
+    /// A named value with its stamp, as records hold it: made once, never changed, and shared by the records that took
+    /// it from one another, so that a change goes through many of them without a copy. One block of memory holds it
+    /// all: the bytes stand behind the object, then the name.
+    ///
+    /// Threads    any: records that share it are used under locks of their own.
+    class CValue
     {
     public:
-        using CItems = std::vector<std::unique_ptr<TValue>>; // in key order
-        static const auto& keyOf(const TValue& value) { return (value.*pfnKey)(); }
+        /// Copies nLength bytes; null or a length below 1 gives an empty value.
+        ///
+        /// @throws std::bad_alloc
+        static CValuePtr make(std::string_view name, const unsigned char* pData, int nLength,
+                              const CCDSTimestamp& tsStamp);
+        /// From the text form of a blob.
+        ///
+        /// @throws std::bad_alloc
+        /// @throws unsigned long  the code of E_FAIL, when the text is malformed
+        static CValuePtr read(std::string_view text);
+
+        CValue(const CValue&) = delete;
+        CValue& operator=(const CValue&) = delete;
+
+        /// A zero byte follows it.
+        std::string_view name() const noexcept
+        {
+            return {reinterpret_cast<const char*>(bytes()) + m_nLength, m_dwNameLength};
+        }
+        /// Null when the value is empty. Nobody writes there: the type is that of the record's operations.
+        unsigned char* data() const noexcept { return m_nLength > 0 ? bytes() : nullptr; }
+        int length() const noexcept { return m_nLength; }
+        const CCDSTimestamp& timestamp() const noexcept { return m_tsStamp; }
+
+        void addReference() const noexcept { m_dwReferences.fetch_add(1, std::memory_order_relaxed); }
+        void release() const noexcept
+        {
+            // Who holds the only reference need not count: nobody is left to take another.
+            if (m_dwReferences.load(std::memory_order_acquire) == 1 ||
+                m_dwReferences.fetch_sub(1, std::memory_order_acq_rel) == 1)
+                destroy(this);
+        }
+
+    private:
+        CValue(std::uint32_t dwNameLength, int nLength, const CCDSTimestamp& tsStamp) noexcept
+            : m_tsStamp(tsStamp), m_nLength(nLength), m_dwNameLength(dwNameLength)
+        {
+        }
+        ~CValue() = default;
+        static CValue* allocate(std::string_view name, std::size_t uLength, const CCDSTimestamp& tsStamp);
+        static void destroy(const CValue* pValue) noexcept;
+        unsigned char* bytes() const noexcept
+        {
+            return reinterpret_cast<unsigned char*>(const_cast<CValue*>(this + 1));
+        }
+
+        // The length stands in the stamp's padding.
+        [[no_unique_address]] const CCDSTimestamp m_tsStamp;
+        const std::int32_t m_nLength;
+        const std::uint32_t m_dwNameLength;
+        mutable std::atomic<std::uint32_t> m_dwReferences = 1;
+    };
+
+    /// Holds a reference to a value. Null when it was moved from.
+    class CValuePtr
+    {
+    public:
+        using element_type = const CValue;
+
+        /// Takes over the reference that a value is made with.
+        explicit CValuePtr(const CValue* pValue) noexcept : m_pValue(pValue) {}
+        CValuePtr(const CValuePtr& other) noexcept : m_pValue(other.m_pValue) { m_pValue->addReference(); }
+        CValuePtr(CValuePtr&& other) noexcept : m_pValue(std::exchange(other.m_pValue, nullptr)) {}
+        CValuePtr& operator=(CValuePtr other) noexcept
+        {
+            swap(other);
+            return *this;
+        }
+        ~CValuePtr()
+        {
+            if (m_pValue != nullptr)
+                m_pValue->release();
+        }
+
+        void swap(CValuePtr& other) noexcept { std::swap(m_pValue, other.m_pValue); }
+        const CValue* get() const noexcept { return m_pValue; }
+        const CValue& operator*() const noexcept { return *m_pValue; }
+        const CValue* operator->() const noexcept { return m_pValue; }
+
+    private:
+        const CValue* m_pValue;
+    };
+
+    /// A map kept as a vector in key order: records hold few items, mostly added at the end, and pay no node for each.
+    /// The key is read from the item, to which the map holds an owning pointer.
+    template <class TPointer, auto pfnKey> class CSortedMap
+    {
+    public:
+        using CItem = typename TPointer::element_type;
+        using CItems = std::vector<TPointer>; // in key order
+        static decltype(auto) keyOf(const CItem& item) { return (item.*pfnKey)(); }
         template <class TKey> typename CItems::const_iterator lowerBound(const TKey& key) const
         {
             // Most writes go behind everything there is.
             if (m_vecItems.empty() || keyOf(*m_vecItems.back()) < key)
                 return m_vecItems.end();
-            auto first = m_vecItems.begin();
-            for (auto n = m_vecItems.end() - first; n > 0;)
+            return lowerBoundAmong(m_vecItems.begin(), m_vecItems.end() - m_vecItems.begin(), key);
+        }
+        /// For keys that are asked for in order: all of them together cost at most one walk through the map, and fewer
+        /// steps when there are few.
+        ///
+        /// @param first  what the key before gave; begin() for the first one
+        template <class TKey>
+        typename CItems::const_iterator lowerBoundFrom(typename CItems::const_iterator first, const TKey& key) const
+        {
+            std::ptrdiff_t nLeft = m_vecItems.end() - first;
+            std::ptrdiff_t nStep = 1;
+            for (; nStep <= nLeft && keyOf(**(first + (nStep - 1))) < key; nStep *= 2)
             {
-                const auto half = n / 2;
-                if (keyOf(**(first + half)) < key)
-                {
-                    first += half + 1;
-                    n -= half + 1;
-                }
-                else
-                    n = half;
+                first += nStep;
+                nLeft -= nStep;
             }
-            return first;
+            return lowerBoundAmong(first, std::min(nStep - 1, nLeft), key);
         }
         template <class TKey> bool holdsAt(typename CItems::const_iterator it, const TKey& key) const
         {
             return it != m_vecItems.end() && keyOf(**it) == key;
         }
         /// Null when there is none.
-        template <class TKey> TValue* find(const TKey& key) const
+        template <class TKey> CItem* find(const TKey& key) const
         {
             const auto it = lowerBound(key);
             return holdsAt(it, key) ? it->get() : nullptr;
         }
-        void insertAt(typename CItems::const_iterator it, std::unique_ptr<TValue> pValue)
+        void insertAt(typename CItems::const_iterator it, TPointer pItem) { m_vecItems.insert(it, std::move(pItem)); }
+        /// Adds an item whose key is behind all others.
+        void append(TPointer pItem) { m_vecItems.push_back(std::move(pItem)); }
+        /// Puts another item with the same key into an item's place.
+        void replaceAt(typename CItems::const_iterator it, TPointer pItem) noexcept
         {
-            m_vecItems.insert(it, std::move(pValue));
-        }
-        /// Puts another value with the same key into an item's place and returns the old one.
-        std::unique_ptr<TValue> replaceAt(typename CItems::const_iterator it, std::unique_ptr<TValue> pValue)
-        {
-            m_vecItems[static_cast<std::size_t>(it - m_vecItems.begin())].swap(pValue);
-            return pValue;
+            m_vecItems[static_cast<std::size_t>(it - m_vecItems.begin())].swap(pItem);
         }
         void growForOne()
         {
@@ -311,8 +396,8 @@ private:
         void mergeIn(CItems vecNew) noexcept
         {
             const auto nHeld = static_cast<std::ptrdiff_t>(m_vecItems.size());
-            for (auto& pValue : vecNew)
-                m_vecItems.push_back(std::move(pValue));
+            for (auto& pItem : vecNew)
+                m_vecItems.push_back(std::move(pItem));
             const auto less = [](const auto& pLeft, const auto& pRight) { return keyOf(*pLeft) < keyOf(*pRight); };
             if (nHeld > 0 && !vecNew.empty() &&
                 less(m_vecItems[static_cast<std::size_t>(nHeld)], m_vecItems[static_cast<std::size_t>(nHeld) - 1]))
@@ -329,8 +414,28 @@ private:
         typename CItems::const_iterator end() const noexcept { return m_vecItems.end(); }
 
     private:
+        template <class TKey>
+        static typename CItems::const_iterator lowerBoundAmong(typename CItems::const_iterator first, std::ptrdiff_t n,
+                                                               const TKey& key)
+        {
+            while (n > 0)
+            {
+                const auto half = n / 2;
+                if (keyOf(**(first + half)) < key)
+                {
+                    first += half + 1;
+                    n -= half + 1;
+                }
+                else
+                    n = half;
+            }
+            return first;
+        }
+
         CItems m_vecItems;
     };
+    using CPropertyMap = CSortedMap<CValuePtr, &CValue::name>;
+    using CEntryMap = CSortedMap<CValuePtr, &CValue::timestamp>;
 
 public:
     /// The entries of one log name. Part of the record; no operation hands one out.
@@ -341,28 +446,23 @@ public:
         const std::string& name() const noexcept { return m_sName; }
 
         std::string m_sName;
-        CSortedMap<CCDSBlob, &CCDSBlob::timestamp> m_mapEntries;
+        CEntryMap m_mapEntries;
         CCDSTimestamp m_tsLastAppend; // stamp of the entry appended last, not necessarily the latest
     };
 
 private:
-    using CPropertyMap = CSortedMap<CCDSBlob, &CCDSBlob::name>;
-    using CEntryMap = CSortedMap<CCDSBlob, &CCDSBlob::timestamp>;
-    using CLogMap = CSortedMap<CLogEntries, &CLogEntries::name>;
+    using CLogMap = CSortedMap<std::unique_ptr<CLogEntries>, &CLogEntries::name>;
     friend class CCDSAPI; // finds stored records by their call ID
 
     long ownStamp(CCDSTimestamp* ptsStamp) const;
-    template <class TOperation> static long makingBlob(TOperation operation);
-    void replaceProperty(CPropertyMap::CItems::const_iterator it, std::unique_ptr<CCDSBlob> pBlob);
-    void takeProperty(const std::string& sName, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
-                      CPropertyMap::CItems* pvecNew, bool* pbChanged);
-    void takeEntry(CLogEntries& log, unsigned char* const& pData, int nLength, const CCDSTimestamp& tsStamp,
+    void replaceProperty(CPropertyMap::CItems::const_iterator it, CValuePtr pValue) noexcept;
+    void takeEntry(CLogEntries& log, CEntryMap::CItems::const_iterator it, CValuePtr pEntry,
                    CEntryMap::CItems* pvecLate, bool* pbChanged);
-    void makeRoomToRetire();
-    void retire(std::unique_ptr<CCDSBlob> pReplaced);
     void addSize(long lDifference) noexcept;
 
-    long copyNewInto(CCallData& target, CCallData* pOther, bool* pbFound) const;
+    static CValuePtr entryOf(const CLogEntries& log, const CValuePtr& pEntry);
+    static std::unique_ptr<CLogEntries> newEntries(const CLogEntries& log, const CLogEntries* pOther);
+    bool shareNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const;
     long mergeProperties(const CCallData& from, bool* pbChanged);
     long mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged);
     long mergeLog(const CCallData& from, const CLogEntries& fromLog, CLogMap::CItems* pvecNewLogs, bool* pbChanged);
@@ -370,12 +470,11 @@ private:
     std::int64_t readProperties(const CParamsX& list);
     void readLogs(const CParamsX& list, std::int64_t llPosition);
     static std::uint32_t readEntries(const CParamsX& list, std::int64_t llPosition, long lCount, CLogEntries* pLog);
-    static std::unique_ptr<CCDSBlob> readBlob(const CParamsX& list, std::int64_t llPosition);
 
     CCursors& cursors();
-    static void takeEntries(const CLogEntries& log, std::vector<const CCDSBlob*>* pvecSnapshot);
-    long nextOfSnapshot(const std::vector<const CCDSBlob*>& vecSnapshot, int* pIndex, unsigned char** ppData,
-                        int* pLength, const CCDSTimestamp& tsSince, CCDSTimestamp* pts, std::string* psName) const;
+    static void takeEntries(const CLogEntries& log, CEntryMap::CItems* pvecSnapshot);
+    long nextOfSnapshot(const std::vector<CValuePtr>& vecSnapshot, int* pIndex, unsigned char** ppData, int* pLength,
+                        const CCDSTimestamp& tsSince, CCDSTimestamp* pts, std::string* psName) const;
 
     std::string m_sCallID;
     CBaseCDSAPI* m_pOwner;

@@ -26,6 +26,10 @@ using FilterTest = CallDataCompareTest;
 using MergeTest = CallDataCompareTest;
 using ChangedTest = CallDataCompareTest;
 using CloneTest = CallDataCompareTest;
+using SharingTest = CallDataCompareTest;
+
+/// An entry of a log, under the name that stands in its own text.
+const std::string g_sOddlyNamed = "2;C1;1;0;1;1;1;L;8;2;10;1;0;1;1;21;3;odd;2;31;8;2;10;1;0";
 
 } // namespace
 
@@ -522,4 +526,158 @@ TEST_F(CloneTest, IsMadeNow)
     early.DumpContent(sEarly);
     pClone->DumpContent(sClone);
     EXPECT_NE(sEarly, sClone); // the dump shows when the record was made
+}
+
+TEST_F(SharingTest, ACloneHasTheBytesOfItsOriginal)
+{
+    put(m_new, "A", "1", at(10));
+    add(m_new, "L", "2", at(20));
+    const std::unique_ptr<CCallData> pClone(m_new.clone());
+    EXPECT_NE(bytesOf(m_new, "A"), nullptr);
+    EXPECT_EQ(bytesOf(*pClone, "A"), bytesOf(m_new, "A"));
+    EXPECT_NE(entryBytesOf(m_new, "L"), nullptr);
+    EXPECT_EQ(entryBytesOf(*pClone, "L"), entryBytesOf(m_new, "L"));
+}
+
+TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoHaveTheBytesOfTheirSource)
+{
+    put(m_new, "A", "1", at(10));
+    put(m_new, "B", "1", at(10));
+    add(m_new, "L", "2", at(20));
+    put(m_held, "A", "0", at(5));
+    add(m_held, "L", "3", at(30));
+    const SFiltered difference = filtered(m_new, &m_held);
+    ASSERT_TRUE(difference.any());
+    EXPECT_TRUE(merged(m_held, *difference.pRecord));
+    for (CCallData* const pRecord : {difference.pRecord.get(), &m_held})
+    {
+        EXPECT_EQ(bytesOf(*pRecord, "A"), bytesOf(m_new, "A"));
+        EXPECT_EQ(bytesOf(*pRecord, "B"), bytesOf(m_new, "B"));
+        EXPECT_EQ(entryBytesOf(*pRecord, "L"), entryBytesOf(m_new, "L"));
+    }
+}
+
+TEST_F(SharingTest, WhatHappensToOneOfTwoRecordsLeavesTheOthersBytes)
+{
+    const auto makeTwo = [] {
+        auto pFirst = std::make_unique<CCallData>("C1");
+        put(*pFirst, "A", "first", at(10));
+        add(*pFirst, "L", "entry", at(10));
+        std::unique_ptr<CCallData> pSecond(pFirst->clone());
+        return std::pair(std::move(pFirst), std::move(pSecond));
+    };
+    const std::vector<SItem> vecBefore = {{"A", "first", at(10)}, {"L", "entry", at(10)}};
+    for (const bool bCloneStays : {false, true})
+        for (const char* const pszStep : {"replace", "force", "clear", "delete"})
+        {
+            SCOPED_TRACE(std::string(pszStep) + (bCloneStays ? " the original" : " the clone"));
+            auto [pGoes, pStays] = makeTwo();
+            if (!bCloneStays)
+                pGoes.swap(pStays);
+            const unsigned char* const pBytes = bytesOf(*pStays, "A");
+            const std::string sStep = pszStep;
+            if (sStep == "replace")
+                put(*pGoes, "A", "SECOND", at(20));
+            else if (sStep == "force")
+                put(*pGoes, "A", "SECOND", at(0));
+            else if (sStep == "clear")
+                (void)pGoes->clear();
+            else
+                pGoes.reset();
+            put(m_new, "B", "may be where the value was, were it gone", at(10));
+            EXPECT_EQ(textOf(pBytes, 5), "first");
+            EXPECT_EQ(contentOf(*pStays), vecBefore);
+            EXPECT_EQ(pStays->getsize(), 10U);
+            if (pGoes != nullptr)
+            {
+                EXPECT_NE(contentOf(*pGoes), vecBefore);
+            }
+        }
+}
+
+TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoOutliveTheirSource)
+{
+    auto pSource = std::make_unique<CCallData>("C1");
+    put(*pSource, "A", "1", at(10));
+    add(*pSource, "L", "2", at(20));
+    add(m_held, "L", "3", at(30));
+    SFiltered difference = filtered(*pSource, &m_held);
+    ASSERT_TRUE(difference.any());
+    pSource.reset();
+    EXPECT_THAT(contentOf(*difference.pRecord),
+                ::testing::ElementsAre(SItem{"A", "1", at(10)}, SItem{"L", "2", at(20)}));
+    EXPECT_TRUE(merged(m_held, *difference.pRecord));
+    difference.pRecord.reset();
+    EXPECT_THAT(contentOf(m_held),
+                ::testing::ElementsAre(SItem{"A", "1", at(10)}, SItem{"L", "2", at(20)}, SItem{"L", "3", at(30)}));
+}
+
+TEST_F(SharingTest, AnIterationKeepsWhatItBeganWithWhenARecordItSharesWithGoes)
+{
+    auto pSource = std::make_unique<CCallData>("C1");
+    put(*pSource, "A", "1", at(10));
+    put(*pSource, "B", "before", at(10));
+    EXPECT_TRUE(merged(m_held, *pSource));
+    int nIndex = 0;
+    std::string sName;
+    unsigned char* pData = nullptr;
+    int nLength = 0;
+    EXPECT_THAT(m_held.getProperty(&nIndex, &sName, &pData, &nLength, at(0), nullptr), IsOk());
+    pSource.reset();
+    put(m_held, "B", "after", at(20));
+    EXPECT_THAT(m_held.getProperty(&nIndex, &sName, &pData, &nLength, at(0), nullptr), IsOk());
+    EXPECT_EQ(textOf(pData, nLength), "before");
+}
+
+TEST_F(SharingTest, AnEntryThatWasReadUnderAnotherNameIsTakenOverUnderItsLogs)
+{
+    CCallData read(g_sOddlyNamed, true);
+    ASSERT_EQ(serialized(read), g_sOddlyNamed); // its own text is kept as it was
+    add(m_new, "L", "1", at(10));
+    const std::string sExpected = serialized(m_new);
+    const std::unique_ptr<CCallData> pClone(read.clone());
+    EXPECT_EQ(serialized(*pClone), sExpected);
+    EXPECT_EQ(serialized(*filtered(read, &m_held).pRecord), sExpected);
+    EXPECT_TRUE(merged(m_held, read));
+    EXPECT_EQ(serialized(m_held), sExpected);
+}
+
+// Stamps and names are looked for from where the one before was found, with growing steps.
+TEST_F(SharingTest, WhatIsNewIsFoundBetweenAnyNumbersOfOldValues)
+{
+    constexpr int cMost = 12;
+    const auto nameOf = [](int i) { return std::string(1, static_cast<char>('A' + i)); };
+    for (unsigned int uNew = 1; uNew < 1U << 6U; ++uNew)
+        for (int nStride = 1; nStride <= cMost; ++nStride)
+        {
+            SCOPED_TRACE(std::to_string(uNew) + " every " + std::to_string(nStride));
+            CCallData held("C1");
+            CCallData incoming("C1");
+            CCallData expected("C1");
+            for (int i = 0; i < cMost; ++i)
+            {
+                const auto ullStamp = static_cast<unsigned long long>(i + 1);
+                const bool bIncoming = (uNew >> static_cast<unsigned int>(i % 6) & 1U) != 0;
+                const bool bHeld = i % nStride == 0;
+                if (bHeld)
+                {
+                    put(held, nameOf(i), "held", at(100));
+                    add(held, "L", "held", at(ullStamp));
+                }
+                if (bIncoming)
+                {
+                    put(incoming, nameOf(i), "new", at(100));
+                    add(incoming, "L", "new", at(ullStamp));
+                }
+                if (bIncoming && !bHeld)
+                {
+                    put(expected, nameOf(i), "new", at(100));
+                    add(expected, "L", "new", at(ullStamp));
+                }
+            }
+            const SFiltered difference = filtered(incoming, &held);
+            EXPECT_EQ(difference.any() ? contentOf(*difference.pRecord) : std::vector<SItem>(), contentOf(expected));
+            EXPECT_EQ(merged(held, incoming), difference.any());
+            EXPECT_FALSE(filtered(incoming, &held).any());
+        }
 }

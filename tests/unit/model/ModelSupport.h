@@ -155,6 +155,25 @@ inline bool add(CCallData& record, const std::string& sName, const std::string& 
     return bChanged;
 }
 
+/// Where a property's bytes are; null when there is no such property or it is empty.
+inline const unsigned char* bytesOf(const CCallData& record, const std::string& sName)
+{
+    unsigned char* pData = nullptr;
+    int nLength = 0;
+    (void)record.getProperty(sName, &pData, &nLength, nullptr); // null tells
+    return pData;
+}
+
+/// Where the bytes of a log's first entry are.
+inline const unsigned char* entryBytesOf(CCallData& record, const std::string& sLog)
+{
+    unsigned char* pData = nullptr;
+    int nLength = 0;
+    int nIndex = 0;
+    (void)record.getLogEntry(sLog, &nIndex, &pData, &nLength, at(0), nullptr); // null tells
+    return pData;
+}
+
 /// What a record holds under a name, as readers see it.
 struct SItem
 {

@@ -1,0 +1,47 @@
+// The value that records share: how it is made, read from text, and freed.
+
+#include "CDSCallData.h"
+#include "CDSParamsText.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+
+/// A value with its name, whose bytes the caller fills in.
+CCallData::CValue* CCallData::CValue::allocate(std::string_view name, std::size_t uLength, const CCDSTimestamp& tsStamp)
+{
+    if (name.size() > std::numeric_limits<std::uint32_t>::max())
+        throw std::bad_alloc();
+    void* const pBlock = ::operator new(sizeof(CValue) + uLength + name.size() + 1);
+    auto* const pValue =
+        new (pBlock) CValue(static_cast<std::uint32_t>(name.size()), static_cast<int>(uLength), tsStamp);
+    auto* const pName = reinterpret_cast<char*>(pValue->bytes() + uLength);
+    pName[name.copy(pName, name.size())] = '\0';
+    return pValue;
+}
+
+void CCallData::CValue::destroy(const CValue* pValue) noexcept
+{
+    pValue->~CValue();
+    ::operator delete(const_cast<CValue*>(pValue));
+}
+
+CCallData::CValuePtr CCallData::CValue::make(std::string_view name, const unsigned char* pData, int nLength,
+                                             const CCDSTimestamp& tsStamp)
+{
+    const std::size_t uLength = pData != nullptr && nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
+    CValue* const pValue = allocate(name, uLength, tsStamp);
+    if (uLength > 0)
+        std::memcpy(pValue->bytes(), pData, uLength);
+    return CValuePtr(pValue);
+}
+
+CCallData::CValuePtr CCallData::CValue::read(std::string_view text)
+{
+    CCDSTimestamp tsStamp; // as a blob does, takes one of the process's stamps before the text's stamp is read
+    const CParamsHead<3> list(text);
+    (void)tsStamp.deserializeView(list.at(2)); // always 0
+    CValue* const pValue = allocate(list.at(0), cdsByteCount(list.at(1)), tsStamp);
+    cdsReadBytesInto(list.at(1), pValue->bytes());
+    return CValuePtr(pValue);
+}
