@@ -7,15 +7,19 @@
 #include <limits>
 #include <new>
 
-/// A value with its name, whose bytes the caller fills in.
-CCallData::CValue* CCallData::CValue::allocate(std::string_view name, std::size_t uLength, const CCDSTimestamp& tsStamp)
+/// A value with its name.
+///
+/// @param bBytes  whether there is room for the bytes, which the caller fills in
+CCallData::CValue* CCallData::CValue::allocate(std::string_view name, bool bBytes, std::size_t uLength,
+                                               const CCDSTimestamp& tsStamp)
 {
-    if (name.size() > std::numeric_limits<std::uint32_t>::max())
+    if (name.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
         throw std::bad_alloc();
-    void* const pBlock = ::operator new(sizeof(CValue) + uLength + name.size() + 1);
+    const std::size_t uRoom = bBytes ? uLength : 0;
+    void* const pBlock = ::operator new(sizeof(CValue) + uRoom + name.size() + 1);
     auto* const pValue =
-        new (pBlock) CValue(static_cast<std::uint32_t>(name.size()), static_cast<int>(uLength), tsStamp);
-    auto* const pName = reinterpret_cast<char*>(pValue->bytes() + uLength);
+        new (pBlock) CValue(static_cast<std::uint32_t>(name.size()), uRoom > 0, static_cast<int>(uLength), tsStamp);
+    auto* const pName = reinterpret_cast<char*>(pValue->bytes() + uRoom);
     pName[name.copy(pName, name.size())] = '\0';
     return pValue;
 }
@@ -30,7 +34,7 @@ CCallData::CValuePtr CCallData::CValue::make(std::string_view name, const unsign
                                              const CCDSTimestamp& tsStamp)
 {
     const std::size_t uLength = pData != nullptr && nLength > 0 ? static_cast<std::size_t>(nLength) : 0;
-    CValue* const pValue = allocate(name, uLength, tsStamp);
+    CValue* const pValue = allocate(name, true, uLength, tsStamp);
     if (uLength > 0)
         std::memcpy(pValue->bytes(), pData, uLength);
     return CValuePtr(pValue);
@@ -41,7 +45,14 @@ CCallData::CValuePtr CCallData::CValue::read(std::string_view text)
     CCDSTimestamp tsStamp; // as a blob does, takes one of the process's stamps before the text's stamp is read
     const CParamsHead<3> list(text);
     (void)tsStamp.deserializeView(list.at(2)); // always 0
-    CValue* const pValue = allocate(list.at(0), cdsByteCount(list.at(1)), tsStamp);
-    cdsReadBytesInto(list.at(1), pValue->bytes());
-    return CValuePtr(pValue);
+    try
+    {
+        CValue* const pValue = allocate(list.at(0), true, cdsByteCount(list.at(1)), tsStamp);
+        cdsReadBytesInto(list.at(1), pValue->bytes());
+        return CValuePtr(pValue);
+    }
+    catch (const std::bad_alloc&)
+    {
+        return CValuePtr(allocate(list.at(0), false, cdsByteCount(list.at(1)), tsStamp));
+    }
 }

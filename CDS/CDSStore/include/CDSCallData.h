@@ -260,7 +260,8 @@ private:
         /// @throws std::bad_alloc
         static CValuePtr make(std::string_view name, const unsigned char* pData, int nLength,
                               const CCDSTimestamp& tsStamp);
-        /// From the text form of a blob.
+        /// From the text form of a blob. When the bytes find no room the value has its length without them: its stamp
+        /// is known, and a newer value takes its place.
         ///
         /// @throws std::bad_alloc
         /// @throws unsigned long  the code of E_FAIL, when the text is malformed
@@ -272,10 +273,11 @@ private:
         /// A zero byte follows it.
         std::string_view name() const noexcept
         {
-            return {reinterpret_cast<const char*>(bytes()) + m_nLength, m_dwNameLength};
+            return {reinterpret_cast<const char*>(bytes()) + (m_bBytes != 0 ? m_nLength : 0), m_dwNameLength};
         }
-        /// Null when the value is empty. Nobody writes there: the type is that of the record's operations.
-        unsigned char* data() const noexcept { return m_nLength > 0 ? bytes() : nullptr; }
+        /// Null when the value is empty, or its bytes found no room. Nobody writes there: the type is that of the
+        /// record's operations.
+        unsigned char* data() const noexcept { return m_bBytes != 0 ? bytes() : nullptr; }
         int length() const noexcept { return m_nLength; }
         const CCDSTimestamp& timestamp() const noexcept { return m_tsStamp; }
 
@@ -289,12 +291,12 @@ private:
         }
 
     private:
-        CValue(std::uint32_t dwNameLength, int nLength, const CCDSTimestamp& tsStamp) noexcept
-            : m_tsStamp(tsStamp), m_nLength(nLength), m_dwNameLength(dwNameLength)
+        CValue(std::uint32_t dwNameLength, bool bBytes, int nLength, const CCDSTimestamp& tsStamp) noexcept
+            : m_tsStamp(tsStamp), m_nLength(nLength), m_dwNameLength(dwNameLength & 0x7FFFFFFFU), m_bBytes(bBytes)
         {
         }
         ~CValue() = default;
-        static CValue* allocate(std::string_view name, std::size_t uLength, const CCDSTimestamp& tsStamp);
+        static CValue* allocate(std::string_view name, bool bBytes, std::size_t uLength, const CCDSTimestamp& tsStamp);
         static void destroy(const CValue* pValue) noexcept;
         unsigned char* bytes() const noexcept
         {
@@ -304,7 +306,8 @@ private:
         // The length stands in the stamp's padding.
         [[no_unique_address]] const CCDSTimestamp m_tsStamp;
         const std::int32_t m_nLength;
-        const std::uint32_t m_dwNameLength;
+        const std::uint32_t m_dwNameLength : 31;
+        const std::uint32_t m_bBytes : 1; // 0: there are none, or they found no room
         mutable std::atomic<std::uint32_t> m_dwReferences = 1;
     };
 
@@ -348,10 +351,7 @@ private:
         static decltype(auto) keyOf(const CItem& item) { return (item.*pfnKey)(); }
         template <class TKey> typename CItems::const_iterator lowerBound(const TKey& key) const
         {
-            // Most writes go behind everything there is.
-            if (m_vecItems.empty() || keyOf(*m_vecItems.back()) < key)
-                return m_vecItems.end();
-            return lowerBoundAmong(m_vecItems.begin(), m_vecItems.end() - m_vecItems.begin(), key);
+            return lowerBoundFrom(m_vecItems.begin(), key);
         }
         /// For keys that are asked for in order: all of them together cost at most one walk through the map, and fewer
         /// steps when there are few.
@@ -360,6 +360,11 @@ private:
         template <class TKey>
         typename CItems::const_iterator lowerBoundFrom(typename CItems::const_iterator first, const TKey& key) const
         {
+            // Most writes go behind everything there is, and most questions are about what came last.
+            if (first == m_vecItems.end() || keyOf(*m_vecItems.back()) < key)
+                return m_vecItems.end();
+            if (!(key < keyOf(*m_vecItems.back())))
+                return m_vecItems.end() - 1;
             std::ptrdiff_t nLeft = m_vecItems.end() - first;
             std::ptrdiff_t nStep = 1;
             for (; nStep <= nLeft && keyOf(**(first + (nStep - 1))) < key; nStep *= 2)
