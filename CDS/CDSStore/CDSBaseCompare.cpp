@@ -24,13 +24,11 @@ template <class TMap> void makeRoom(TMap* pmap, const TMap& from, typename TMap:
 
 } // namespace
 
-/// A log's entry, for another record's log of the same name. An entry that was read from a text may have another name
-/// than its log; whoever takes it over knows it under the log's.
-CCallData::CValuePtr CCallData::entryOf(const CLogEntries& log, const CValuePtr& pEntry)
+/// A copy of a value, under a name: an entry that was read from a text may have another one than its log, and whoever
+/// takes it over knows it under the log's. A value whose bytes found no room is empty from here on.
+CCallData::CValuePtr CCallData::copyOfValue(std::string_view name, const CValue& value)
 {
-    if (pEntry->name() == log.name())
-        return pEntry;
-    return CValue::make(log.name(), pEntry->data(), pEntry->length(), pEntry->timestamp());
+    return CValue::make(name, value.data(), value.length(), value.timestamp());
 }
 
 /// A log of the entries that another log lacks.
@@ -54,18 +52,17 @@ std::unique_ptr<CCallData::CLogEntries> CCallData::newEntries(const CLogEntries&
             if (mapOther.empty())
                 pNew->m_mapEntries.reserve(log.m_mapEntries.size());
         }
-        pNew->m_mapEntries.append(entryOf(log, pEntry));
+        pNew->m_mapEntries.append(copyOfValue(log.name(), *pEntry));
         pNew->m_tsLastAppend = pEntry->timestamp();
     }
     return pNew;
 }
 
-/// Puts what other properties and logs lack into an empty record, which then holds the same values as this one. Both
-/// sides are in key order: one walk through them finds it all. The target's maps take no more room than they need when
-/// it is a clone, which the store keeps.
+/// Copies what other properties and logs lack into an empty record. Both sides are in key order: one walk through them
+/// finds it all. The target's maps take no more room than they need when it is a clone, which the store keeps.
 ///
 /// @return whether there was anything
-bool CCallData::shareNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const
+bool CCallData::copyNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const
 {
     long lBytes = 0;
     pTarget->m_mapProperties.reserve(m_mapProperties.size());
@@ -75,8 +72,9 @@ bool CCallData::shareNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLo
         itOther = mapOther.lowerBoundFrom(itOther, pValue->name());
         if (mapOther.holdsAt(itOther, pValue->name()) && !(pValue->timestamp() > (*itOther)->timestamp()))
             continue;
-        pTarget->m_mapProperties.append(pValue);
-        lBytes += pValue->length();
+        CValuePtr pCopy = copyOfValue(pValue->name(), *pValue);
+        lBytes += pCopy->length();
+        pTarget->m_mapProperties.append(std::move(pCopy));
     }
     std::size_t uEntries = 0;
     if (mapOtherLogs.empty())
@@ -112,11 +110,11 @@ long CCallData::filter(CCallData* pOther, CCallData** ppResult)
     const long lResult = cdsGuarded([&] {
         if (pOther == nullptr)
         {
-            bFound = shareNew(CPropertyMap(), CLogMap(), pResult.get());
+            bFound = copyNew(CPropertyMap(), CLogMap(), pResult.get());
             return 0L;
         }
         const CCritSecLock otherLock(*pOther->m_pCritsec, __LINE__, __LINE__);
-        bFound = shareNew(pOther->m_mapProperties, pOther->m_mapLogEntries, pResult.get());
+        bFound = copyNew(pOther->m_mapProperties, pOther->m_mapLogEntries, pResult.get());
         return 0L;
     });
     if (lResult >= 0 && bFound)
@@ -131,7 +129,7 @@ CCallData* CCallData::clone()
     if (pCopy == nullptr)
         return nullptr;
     const long lResult = cdsGuarded([&] {
-        (void)shareNew(CPropertyMap(), CLogMap(), pCopy.get()); // an empty record has an empty clone
+        (void)copyNew(CPropertyMap(), CLogMap(), pCopy.get()); // an empty record has an empty clone
         return 0L;
     });
     return lResult < 0 ? nullptr : pCopy.release();
@@ -140,35 +138,36 @@ CCallData* CCallData::clone()
 /// Takes the other's properties, as setProperty would one by one, in time linear in both records.
 long CCallData::mergeProperties(const CCallData& from, bool* pbChanged)
 {
-    if (from.m_mapProperties.empty())
-        return 0;
     CPropertyMap::CItems vecNew;
+    auto itHeld = m_mapProperties.begin();
+    std::uint32_t dwOffered = 0;
     const long lResult = cdsGuarded([&] {
-        makeRoom(&m_mapProperties, from.m_mapProperties, &vecNew);
+        for (const auto& pValue : from.m_mapProperties)
+        {
+            if (++dwOffered == 1)
+            {
+                makeRoom(&m_mapProperties, from.m_mapProperties, &vecNew);
+                itHeld = m_mapProperties.begin();
+            }
+            itHeld = m_mapProperties.lowerBoundFrom(itHeld, pValue->name());
+            const bool bHeld = m_mapProperties.holdsAt(itHeld, pValue->name());
+            if (bHeld && !cdsIsNewer(pValue->timestamp(), (*itHeld)->timestamp()))
+                continue;
+            CValuePtr pCopy = copyOfValue(pValue->name(), *pValue);
+            if (bHeld)
+                replaceProperty(itHeld, std::move(pCopy));
+            else
+            {
+                addSize(pCopy->length());
+                vecNew.push_back(std::move(pCopy));
+            }
+            *pbChanged = true;
+        }
         return 0L;
     });
-    const std::size_t uOffered = lResult < 0 ? 1 : from.m_mapProperties.size(); // none behind one that is refused
-    m_dwSetPropertiesCount.fetch_add(static_cast<std::uint32_t>(uOffered), std::memory_order_relaxed);
-    if (lResult < 0)
-        return lResult;
-    auto itHeld = m_mapProperties.begin();
-    for (const auto& pValue : from.m_mapProperties)
-    {
-        itHeld = m_mapProperties.lowerBoundFrom(itHeld, pValue->name());
-        const bool bHeld = m_mapProperties.holdsAt(itHeld, pValue->name());
-        if (bHeld && !cdsIsNewer(pValue->timestamp(), (*itHeld)->timestamp()))
-            continue;
-        if (bHeld)
-            replaceProperty(itHeld, pValue);
-        else
-        {
-            vecNew.push_back(pValue);
-            addSize(pValue->length());
-        }
-        *pbChanged = true;
-    }
-    m_mapProperties.mergeIn(std::move(vecNew));
-    return 0;
+    m_dwSetPropertiesCount.fetch_add(dwOffered, std::memory_order_relaxed);
+    m_mapProperties.mergeIn(std::move(vecNew)); // also after a failure: what was taken until then stays
+    return lResult;
 }
 
 /// Takes the other's log entries, as appendLogEntry would one by one, in time linear in both records.
@@ -223,7 +222,7 @@ long CCallData::mergeLog(const CCallData& from, const CLogEntries& fromLog, CLog
                 prepare();
             const auto itHeld = pLog->m_mapEntries.lowerBound((*it)->timestamp());
             if (!pLog->m_mapEntries.holdsAt(itHeld, (*it)->timestamp()))
-                takeEntry(*pLog, itHeld, entryOf(fromLog, *it), &vecLate, pbChanged);
+                takeEntry(*pLog, itHeld, copyOfValue(fromLog.name(), **it), &vecLate, pbChanged);
         }
         return 0L;
     });

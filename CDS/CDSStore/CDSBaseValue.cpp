@@ -1,4 +1,4 @@
-// The value that records share: how it is made, read from text, and freed.
+// The value that a record holds: how it is made, read from text, and freed.
 
 #include "CDSCallData.h"
 #include "CDSParamsText.h"
@@ -13,9 +13,11 @@
 CCallData::CValue* CCallData::CValue::allocate(std::string_view name, bool bBytes, std::size_t uLength,
                                                const CCDSTimestamp& tsStamp)
 {
-    if (name.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max()))
-        throw std::bad_alloc();
     const std::size_t uRoom = bBytes ? uLength : 0;
+    // Neither too long for its number nor, both together, for the machine's addresses.
+    constexpr std::size_t cMost = std::numeric_limits<std::int32_t>::max();
+    if (name.size() > cMost || uRoom + name.size() > std::numeric_limits<std::size_t>::max() - sizeof(CValue) - 1)
+        throw std::bad_alloc();
     void* const pBlock = ::operator new(sizeof(CValue) + uRoom + name.size() + 1);
     auto* const pValue =
         new (pBlock) CValue(static_cast<std::uint32_t>(name.size()), uRoom > 0, static_cast<int>(uLength), tsStamp);

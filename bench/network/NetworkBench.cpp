@@ -15,7 +15,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#if CDS_BENCH_JEMALLOC
+#ifdef CDS_HAVE_JEMALLOC
 #include <jemalloc/jemalloc.h>
 #else
 #include <malloc.h>
@@ -466,7 +466,7 @@ void noteArrival(CBoard& board, const CUpdateMark& mark)
 
 std::uint64_t CContender::bytesInUse() const
 {
-#if CDS_BENCH_JEMALLOC
+#ifdef CDS_HAVE_JEMALLOC
     std::uint64_t ullEpoch = 1; // has the figures brought up to date
     std::size_t uAllocated = 0;
     std::size_t uSize = sizeof uAllocated;

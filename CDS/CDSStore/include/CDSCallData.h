@@ -33,11 +33,10 @@ class CPCritSec;
 ///
 /// Threads    every operation runs under the record's own re-entrant lock, unless it says so. Two threads that filter
 ///            two records against each other, or iterate over one record at the same time, must agree on a turn.
-/// Ownership  values are copied in, once: a record that is made or merged from another one shares its values. Bytes
-///            that are handed out are read only, since several records may have them; the pointers are valid until
+/// Ownership  values are copied in. Pointers to bytes that are handed out point into the record and are valid until
 ///            that value is replaced, or the record cleared or deleted. A record made with an owner may be used in its
 ///            three-argument writers only while that store lives.
-/// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is made. The constructors throw
+/// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is copied. The constructors throw
 ///            std::bad_alloc and KRException, deserialize the parse failure, the dumps and a blob's own operations
 ///            std::bad_alloc. Pointers to what is filled in are not null, unless said so.
 /// Limits     a value of more than about 499,000 bytes can be held but not serialized: its element is left out of the
@@ -247,11 +246,11 @@ private:
     struct CCursors;
     class CValuePtr;
 
-    /// A named value with its stamp, as records hold it: made once, never changed, and shared by the records that took
-    /// it from one another, so that a change goes through many of them without a copy. One block of memory holds it
-    /// all: the bytes stand behind the object, then the name.
+    /// A named value with its stamp, as a record holds it: made once and never changed. One block of memory holds it
+    /// all: the bytes stand behind the object, then the name. The record's map refers to it, and a snapshot that is to
+    /// keep it when it is replaced.
     ///
-    /// Threads    any: records that share it are used under locks of their own.
+    /// Threads    references are counted under the record's lock.
     class CValue
     {
     public:
@@ -281,12 +280,10 @@ private:
         int length() const noexcept { return m_nLength; }
         const CCDSTimestamp& timestamp() const noexcept { return m_tsStamp; }
 
-        void addReference() const noexcept { m_dwReferences.fetch_add(1, std::memory_order_relaxed); }
+        void addReference() const noexcept { ++m_dwReferences; }
         void release() const noexcept
         {
-            // Who holds the only reference need not count: nobody is left to take another.
-            if (m_dwReferences.load(std::memory_order_acquire) == 1 ||
-                m_dwReferences.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            if (--m_dwReferences == 0)
                 destroy(this);
         }
 
@@ -308,7 +305,7 @@ private:
         const std::int32_t m_nLength;
         const std::uint32_t m_dwNameLength : 31;
         const std::uint32_t m_bBytes : 1; // 0: there are none, or they found no room
-        mutable std::atomic<std::uint32_t> m_dwReferences = 1;
+        mutable std::uint32_t m_dwReferences = 1;
     };
 
     /// Holds a reference to a value. Null when it was moved from.
@@ -465,9 +462,9 @@ private:
                    CEntryMap::CItems* pvecLate, bool* pbChanged);
     void addSize(long lDifference) noexcept;
 
-    static CValuePtr entryOf(const CLogEntries& log, const CValuePtr& pEntry);
+    static CValuePtr copyOfValue(std::string_view name, const CValue& value);
     static std::unique_ptr<CLogEntries> newEntries(const CLogEntries& log, const CLogEntries* pOther);
-    bool shareNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const;
+    bool copyNew(const CPropertyMap& mapOther, const CLogMap& mapOtherLogs, CCallData* pTarget) const;
     long mergeProperties(const CCallData& from, bool* pbChanged);
     long mergeLogs(const CCallData& from, long lPropertiesResult, bool* pbChanged);
     long mergeLog(const CCallData& from, const CLogEntries& fromLog, CLogMap::CItems* pvecNewLogs, bool* pbChanged);

@@ -26,7 +26,7 @@ using FilterTest = CallDataCompareTest;
 using MergeTest = CallDataCompareTest;
 using ChangedTest = CallDataCompareTest;
 using CloneTest = CallDataCompareTest;
-using SharingTest = CallDataCompareTest;
+using ValuesTest = CallDataCompareTest;
 
 /// An entry of a log, under the name that stands in its own text.
 const std::string g_sOddlyNamed = "2;C1;1;0;1;1;1;L;8;2;10;1;0;1;1;21;3;odd;2;31;8;2;10;1;0";
@@ -528,18 +528,18 @@ TEST_F(CloneTest, IsMadeNow)
     EXPECT_NE(sEarly, sClone); // the dump shows when the record was made
 }
 
-TEST_F(SharingTest, ACloneHasTheBytesOfItsOriginal)
+TEST_F(ValuesTest, ACloneHasBytesOfItsOwn)
 {
     put(m_new, "A", "1", at(10));
     add(m_new, "L", "2", at(20));
     const std::unique_ptr<CCallData> pClone(m_new.clone());
     EXPECT_NE(bytesOf(m_new, "A"), nullptr);
-    EXPECT_EQ(bytesOf(*pClone, "A"), bytesOf(m_new, "A"));
+    EXPECT_NE(bytesOf(*pClone, "A"), bytesOf(m_new, "A"));
     EXPECT_NE(entryBytesOf(m_new, "L"), nullptr);
-    EXPECT_EQ(entryBytesOf(*pClone, "L"), entryBytesOf(m_new, "L"));
+    EXPECT_NE(entryBytesOf(*pClone, "L"), entryBytesOf(m_new, "L"));
 }
 
-TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoHaveTheBytesOfTheirSource)
+TEST_F(ValuesTest, ADifferenceAndWhatItIsMergedIntoHaveBytesOfTheirOwn)
 {
     put(m_new, "A", "1", at(10));
     put(m_new, "B", "1", at(10));
@@ -549,15 +549,16 @@ TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoHaveTheBytesOfTheirSource)
     const SFiltered difference = filtered(m_new, &m_held);
     ASSERT_TRUE(difference.any());
     EXPECT_TRUE(merged(m_held, *difference.pRecord));
-    for (CCallData* const pRecord : {difference.pRecord.get(), &m_held})
+    for (const auto& [pOne, pOther] : {std::pair(difference.pRecord.get(), &m_new), std::pair(&m_held, &m_new),
+                                       std::pair(&m_held, difference.pRecord.get())})
     {
-        EXPECT_EQ(bytesOf(*pRecord, "A"), bytesOf(m_new, "A"));
-        EXPECT_EQ(bytesOf(*pRecord, "B"), bytesOf(m_new, "B"));
-        EXPECT_EQ(entryBytesOf(*pRecord, "L"), entryBytesOf(m_new, "L"));
+        EXPECT_NE(bytesOf(*pOne, "A"), bytesOf(*pOther, "A"));
+        EXPECT_NE(bytesOf(*pOne, "B"), bytesOf(*pOther, "B"));
+        EXPECT_NE(entryBytesOf(*pOne, "L"), entryBytesOf(*pOther, "L"));
     }
 }
 
-TEST_F(SharingTest, WhatHappensToOneOfTwoRecordsLeavesTheOthersBytes)
+TEST_F(ValuesTest, WhatHappensToOneOfTwoRecordsLeavesTheOthersBytes)
 {
     const auto makeTwo = [] {
         auto pFirst = std::make_unique<CCallData>("C1");
@@ -595,7 +596,7 @@ TEST_F(SharingTest, WhatHappensToOneOfTwoRecordsLeavesTheOthersBytes)
         }
 }
 
-TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoOutliveTheirSource)
+TEST_F(ValuesTest, ADifferenceAndWhatItIsMergedIntoOutliveTheirSource)
 {
     auto pSource = std::make_unique<CCallData>("C1");
     put(*pSource, "A", "1", at(10));
@@ -612,7 +613,7 @@ TEST_F(SharingTest, ADifferenceAndWhatItIsMergedIntoOutliveTheirSource)
                 ::testing::ElementsAre(SItem{"A", "1", at(10)}, SItem{"L", "2", at(20)}, SItem{"L", "3", at(30)}));
 }
 
-TEST_F(SharingTest, AnIterationKeepsWhatItBeganWithWhenARecordItSharesWithGoes)
+TEST_F(ValuesTest, AnIterationKeepsWhatItBeganWithWhenAValueIsReplaced)
 {
     auto pSource = std::make_unique<CCallData>("C1");
     put(*pSource, "A", "1", at(10));
@@ -629,7 +630,7 @@ TEST_F(SharingTest, AnIterationKeepsWhatItBeganWithWhenARecordItSharesWithGoes)
     EXPECT_EQ(textOf(pData, nLength), "before");
 }
 
-TEST_F(SharingTest, AnEntryThatWasReadUnderAnotherNameIsTakenOverUnderItsLogs)
+TEST_F(ValuesTest, AnEntryThatWasReadUnderAnotherNameIsTakenOverUnderItsLogs)
 {
     CCallData read(g_sOddlyNamed, true);
     ASSERT_EQ(serialized(read), g_sOddlyNamed); // its own text is kept as it was
@@ -643,7 +644,7 @@ TEST_F(SharingTest, AnEntryThatWasReadUnderAnotherNameIsTakenOverUnderItsLogs)
 }
 
 // Stamps and names are looked for from where the one before was found, with growing steps.
-TEST_F(SharingTest, WhatIsNewIsFoundBetweenAnyNumbersOfOldValues)
+TEST_F(ValuesTest, WhatIsNewIsFoundBetweenAnyNumbersOfOldValues)
 {
     constexpr int cMost = 12;
     const auto nameOf = [](int i) { return std::string(1, static_cast<char>('A' + i)); };

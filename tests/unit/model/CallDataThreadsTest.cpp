@@ -163,30 +163,3 @@ TEST_F(CallDataThreadsTest, ManyRecordsAreMergedAndFilteredAgainstOne)
     });
     EXPECT_EQ(m_record.getLogEntryCount("L"), cThreads * (cRounds / 4));
 }
-
-// Each thread has records of its own, under locks of their own; only the values are common.
-TEST_F(CallDataThreadsTest, RecordsOfManyThreadsShareTheirValues)
-{
-    put(m_record, "A", "value", at(1));
-    put(m_record, "B", "value", at(1));
-    add(m_record, "L", "entry", at(1));
-    const std::vector<SItem> vecAll = contentOf(m_record);
-    std::vector<std::unique_ptr<CCallData>> vecClones;
-    for (int i = 0; i < cThreads; ++i)
-        vecClones.emplace_back(m_record.clone());
-    (void)m_record.clear();
-    onThreads(cThreads, [&](int nThread) {
-        std::unique_ptr<CCallData>& pOwn = vecClones[static_cast<std::size_t>(nThread)];
-        for (int i = 0; i < cRounds; ++i)
-        {
-            CCallData taker("C1");
-            bool bChanged = false;
-            EXPECT_THAT(taker.merge(pOwn.get(), &bChanged), IsOk());
-            EXPECT_EQ(contentOf(taker), vecAll);
-            put(taker, "A", "replaced", at(2));
-            (void)taker.clear();
-        }
-        EXPECT_EQ(contentOf(*pOwn), vecAll);
-        pOwn.reset(); // the last one frees the values
-    });
-}

@@ -27,10 +27,10 @@ void CProxyWorld::settle()
         // Read first: what a worker sends once the receivers are idle may be on its way into another's queue when all
         // workers are seen waiting.
         const std::size_t uActivity = CFakeChannels::activity();
+        // Its first line, too, may come late, and its pass may give the workers something to do.
+        ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cTimingWaitMs)) << "a timing thread does not come back";
         ASSERT_TRUE(CFakeChannels::awaitReceivers()) << "a receive thread does not come back";
         ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cNoTimeLimit)) << "a worker does not come back";
-        // Its first line, too, may come late.
-        ASSERT_TRUE(CFakeClock::awaitWaiters(s_uRunning, cTimingWaitMs)) << "a timing thread does not come back";
         if (uActivity == CFakeChannels::activity())
             return;
     }
