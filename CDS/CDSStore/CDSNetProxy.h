@@ -190,6 +190,8 @@ public:
     ///
     /// @return whether there is one
     bool forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr);
+    /// Hands the store what has been exchanged with a call's owner, some of which it may have refused.
+    void takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer);
     /// Sends an unregistration for which there is no client call, unless there is one again.
     void withdrawRegistration(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
     /// Has the store deliver a call's data to the proxy, which distributes it.
@@ -295,12 +297,14 @@ private:
     void onResponse(CCDSWork& work, const SWorkResponse& response);
     void onFailedCallData(CCDSWork& work);
     void onUnregistered(CCDSWork& work);
+    void onRegistered(CCDSWork& work);
     void onReregistered(CCDSWork& work);
 
     // Client calls.
     long countRegistration(const std::string& sCallID, std::uint32_t dwServer, std::shared_ptr<CClientCall>* ppCall,
                            std::shared_ptr<CCDSWork>* ppWork);
-    long countUnregistration(const std::string& sCallID, const CSharedMessage& pMsg, std::uint32_t* pdwDropped);
+    long countUnregistration(const std::string& sCallID, const CSharedMessage& pMsg, std::uint32_t* pdwDropped,
+                             std::uint32_t* pdwKept);
     void queryTimes(CClientCall& call);
     long sendRegistrationOf(const CClientCall& call, CWorkHold& hold, const CSharedMessage& pMsg);
     long reregister(const CClientCall& call, const std::string& sServer);

@@ -146,17 +146,21 @@ long CCDSNetProxy::remClientCall(const CSharedMessage& pMsg)
     std::string sCallID;
     (void)dynamic_cast<const CRegistrationData*>(pMsg->getCallbackData())->getCallID(&sCallID); // always 0
     std::uint32_t dwDropped = 0;
-    const long lResult = cdsGuarded([&] { return countUnregistration(sCallID, pMsg, &dwDropped); });
+    std::uint32_t dwKept = 0;
+    const long lResult = cdsGuarded([&] { return countUnregistration(sCallID, pMsg, &dwDropped, &dwKept); });
     if (dwDropped != 0)
-        m_resync.entryRemoved(sCallID, dwDropped);
+        m_resync.ownerEntryRemoved(sCallID, dwDropped);
+    else if (dwKept != 0)
+        m_resync.somebodyRegistered(sCallID, dwKept);
     return lResult;
 }
 
 /// Counts a local unregistration; the last one of a call is sent to the owner.
 ///
 /// @param pdwDropped  out: the owner, when it could not be told and its entry was removed; else untouched
+/// @param pdwKept     out: the owner, when others are registered, still or again; else untouched
 long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CSharedMessage& pMsg,
-                                       std::uint32_t* pdwDropped)
+                                       std::uint32_t* pdwDropped, std::uint32_t* pdwKept)
 {
     std::unique_lock order(m_mtxSendOrder);
     std::shared_ptr<CClientCall> pCall;
@@ -164,7 +168,10 @@ long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CShared
         const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
         pCall = m_clientCalls.find(sCallID);
         if (pCall != nullptr && --pCall->m_lCount != 0)
+        {
+            *pdwKept = pCall->m_dwServer;
             return 0;
+        }
     }
     if (pCall == nullptr)
     {

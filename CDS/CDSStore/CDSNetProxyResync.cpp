@@ -5,12 +5,23 @@
 #include "CDSLogging.h"
 #include "CDSNetProxy.h"
 
+#include <algorithm>
 #include <utility>
+
+namespace {
+
+/// Longer than the store keeps the data of a call without registrants.
+constexpr std::uint64_t cOwedMs = 120'000;
+constexpr std::size_t cFewDebts = 1'000;
+
+} // namespace
 
 void CCDSNetProxyResync::exchangeFailed(const std::string& sCallID, std::uint32_t dwPeer)
 {
     if (m_pProxy->forgetPeerData(sCallID, dwPeer))
         notReached(sCallID, dwPeer);
+    else
+        nobodyRegistered(sCallID); // neither here nor there
 }
 
 void CCDSNetProxyResync::notReached(const std::string& sCallID, std::uint32_t dwPeer)
@@ -28,7 +39,7 @@ void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::ui
             sRegID = pCall->m_sRegID;
     });
     if (sRegID.empty())
-        entryRemoved(sCallID, dwServer);
+        ownerEntryRemoved(sCallID, dwServer);
     else if (m_pProxy->reserveDistribution(true, sCallID, sRegID, dwServer))
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is registered again, ipaddr 0x%08X", sCallID.c_str(),
                                 dwServer);
@@ -44,6 +55,7 @@ void CCDSNetProxyResync::reregisteredInVain(const std::string& sCallID, const st
                                             std::uint32_t dwServer)
 {
     CCDSLogging::logWarning("CCDSNetProxyResync: call %s is withdrawn, ipaddr 0x%08X", sCallID.c_str(), dwServer);
+    nobodyRegistered(sCallID); // the server may have dropped our data while it knew of no registration
     m_pProxy->withdrawRegistration(sCallID, sRegID, dwServer);
 }
 
@@ -66,14 +78,56 @@ bool CCDSNetProxyResync::dropLeftBehind(std::uint32_t dwPeer)
     return true;
 }
 
-void CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)
+void CCDSNetProxyResync::ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer)
+{
+    if (entryRemoved(sCallID, dwServer))
+        nobodyRegistered(sCallID);
+}
+
+bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)
 {
     const auto it = m_mapStale.find(dwPeer);
     if (it == m_mapStale.end() || it->second.erase(sCallID) == 0)
-        return;
+        return false;
     if (it->second.empty())
         m_mapStale.erase(it);
-    (void)m_pProxy->requestCallData(sCallID); // no data, nothing to distribute
+    distributeAgain(sCallID);
+    return true;
+}
+
+void CCDSNetProxyResync::nobodyRegistered(const std::string& sCallID) noexcept
+{
+    (void)cdsGuarded([&] { // without memory it stays owed until the next connection
+        const std::uint64_t ullNow = CPortable::GetTickCountULL();
+        m_mapOwed[sCallID] = ullNow;
+        forgetOldDebts(ullNow);
+        return 0L;
+    });
+}
+
+void CCDSNetProxyResync::somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer)
+{
+    if (!m_mapOwed.contains(sCallID))
+        return;
+    CCDSLogging::logWarning("CCDSNetProxyResync: call %s is taken up, ipaddr 0x%08X", sCallID.c_str(), dwServer);
+    m_pProxy->takeUpPeerData(sCallID, dwServer);
+    if (m_pProxy->requestCallData(sCallID) >= 0)
+        m_mapOwed.erase(sCallID);
+}
+
+/// Has the store give a call's data for all peers.
+void CCDSNetProxyResync::distributeAgain(const std::string& sCallID)
+{
+    if (m_pProxy->requestCallData(sCallID) == E_CDS_NOTFOUND)
+        nobodyRegistered(sCallID); // or there is no data, and nothing to distribute
+}
+
+void CCDSNetProxyResync::forgetOldDebts(std::uint64_t ullNow)
+{
+    if (m_mapOwed.size() < m_uForgetAt)
+        return;
+    std::erase_if(m_mapOwed, [&](const auto& debt) { return ullNow - debt.second > cOwedMs; });
+    m_uForgetAt = std::max(2 * m_mapOwed.size(), cFewDebts); // each is looked at a few times only
 }
 
 void CCDSNetProxyResync::redistribute(std::uint32_t dwPeer)
@@ -85,6 +139,6 @@ void CCDSNetProxyResync::redistribute(std::uint32_t dwPeer)
     {
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is distributed again, ipaddr 0x%08X", sCallID.c_str(),
                                 dwPeer);
-        (void)m_pProxy->requestCallData(sCallID); // no data, nothing to distribute
+        distributeAgain(sCallID);
     }
 }

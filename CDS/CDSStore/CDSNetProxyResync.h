@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -14,8 +15,13 @@ class CCDSNetProxy;
 /// that happens; it remembers the call as stale at that peer, and when the peer's state changes it asks the store for
 /// the call's whole data, of which each peer is sent what it lacks.
 ///
+/// While nobody is registered for a call the store neither gives its data nor takes any, but keeps what it has for the
+/// next registrant. An exchange that comes to nothing by this is owed: it is made good when that one has come.
+///
 /// Threads    worker thread only.
-/// Bounded    remembers at most one mark for a call and peer that share a distribution entry; it goes with the entry.
+/// Bounded    remembers at most one mark for a call and peer that share a distribution entry, which goes with the
+/// entry,
+///            and one for each call whose exchange came to nothing within the last minutes.
 class CCDSNetProxyResync
 {
 public:
@@ -27,6 +33,11 @@ public:
     /// A call's data has reached a peer: what did not before may do so now.
     void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer) { entryRemoved(sCallID, dwPeer); }
     bool isAnythingStale() const noexcept { return !m_mapStale.empty(); }
+
+    /// A call's data could not be exchanged with its owner, since nobody is registered for the call here.
+    void nobodyRegistered(const std::string& sCallID) noexcept;
+    /// Somebody is registered for a call here, and its owner knows of it.
+    void somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer);
 
     /// A call's change was not sent to a peer.
     void notReached(const std::string& sCallID, std::uint32_t dwPeer);
@@ -40,6 +51,9 @@ public:
 
     /// A registration was sent again while its unregistration was under way: the owner is told once more.
     void reregisteredInVain(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
+
+    /// The entry for a call's owner is gone, since nobody waits for the call here any more.
+    void ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer);
 
     /// A peer has disconnected. When one of its registrations was unknown its entries stay. They would keep others from
     /// getting a call's changes, and the peer's next registrations from being made: they go when they are found in
@@ -55,12 +69,18 @@ public:
     void connectionChanged(std::uint32_t dwPeer) { redistribute(dwPeer); }
 
     /// A peer's entry is gone: whom it kept from getting the call's changes gets them.
-    void entryRemoved(const std::string& sCallID, std::uint32_t dwPeer);
+    ///
+    /// @return whether the call was stale there
+    bool entryRemoved(const std::string& sCallID, std::uint32_t dwPeer);
 
 private:
     void redistribute(std::uint32_t dwPeer);
+    void distributeAgain(const std::string& sCallID);
+    void forgetOldDebts(std::uint64_t ullNow);
 
     CCDSNetProxy* const m_pProxy;
     std::map<std::uint32_t, std::set<std::string>> m_mapStale; // peer -> calls
     std::set<std::uint32_t> m_setLeftBehind;                   // peers whose entries stayed
+    std::map<std::string, std::uint64_t> m_mapOwed;            // call -> tick count in ms, when it was last found so
+    std::size_t m_uForgetAt = 0;                               // so many debts are worth a look for old ones
 };

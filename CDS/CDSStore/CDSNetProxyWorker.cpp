@@ -277,6 +277,10 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
     switch (work.m_eKind)
     {
     case WORK_KIND_SEND_CLIENT_UNREGISTER: onUnregistered(work); break;
+    case WORK_KIND_SEND_CLIENT_REGISTER:
+        if (!bFailed)
+            onRegistered(work);
+        break;
     case WORK_KIND_SEND_CLIENT_REREGISTER:
         if (!bFailed)
             onReregistered(work);
@@ -304,6 +308,14 @@ void CCDSNetProxy::onFailedCallData(CCDSWork& work)
 {
     if (const std::string sCallID = callIDOfRequest(work); !sCallID.empty())
         m_resync.exchangeFailed(sCallID, work.m_dwServer);
+}
+
+/// The owner knows of a registration: what could not be exchanged before can be now.
+void CCDSNetProxy::onRegistered(CCDSWork& work)
+{
+    std::string sCallID;
+    (void)registrationOf(*work.m_pMsg)->getCallID(&sCallID); // always 0
+    m_resync.somebodyRegistered(sCallID, work.m_dwServer);
 }
 
 void CCDSNetProxy::onUnregistered(CCDSWork& work)
@@ -338,5 +350,8 @@ void CCDSNetProxy::onReregistered(CCDSWork& work)
         if (lAdded < 0)
             return;
     }
-    CCDSLogging::logHRESULT(requestCallData(sCallID), "CCDSNetProxy::workerThread, m_pCDSAPI->GetCallData");
+    const long lRequested = requestCallData(sCallID);
+    CCDSLogging::logHRESULT(lRequested, "CCDSNetProxy::workerThread, m_pCDSAPI->GetCallData");
+    if (lRequested == E_CDS_NOTFOUND)
+        m_resync.nobodyRegistered(sCallID); // or there is no data, and nothing to send
 }

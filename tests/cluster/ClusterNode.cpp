@@ -11,7 +11,8 @@
 //   update CALLS VALUE [BYTES]            updates each call once: a property everybody writes, one that only this
 //                                         server writes, of so many bytes, and a log entry
 //   touch CALLS VALUE                     the same without log entry
-//   load CALLS PER-SECOND                 touches them from now on, one after the other
+//   load CALLS PER-SECOND                 touches them from now on, one after the other; the property that only this
+//                                         server writes is one that nothing else writes
 //   unload                             -> updates made
 //   churn OWNER COUNT STEPS SEED          registrants "a" and "b" come and go at random for the calls below COUNT
 //   members NAME                       -> CALLS
@@ -114,7 +115,8 @@ private:
                                  [&] { return call.setProperty(sName, pBytes, static_cast<int>(sBytes.size())); }),
                 "setProperty");
     }
-    void update(unsigned uNumber, const std::string& sValue, std::size_t uBytes, bool bLog);
+    void update(unsigned uNumber, const std::string& sValue, std::size_t uBytes, bool bLog,
+                const std::string& sOwn = "BY ");
 
     /// @param sOwnerIP  whose calls, when the name is new
     CNodeCopies& copies(const std::string& sName, const std::string& sOwnerIP = "")
@@ -152,11 +154,12 @@ private:
     unsigned long m_ulLoaded = 0; // the loader's until it has ended
 };
 
-void CNode::update(unsigned uNumber, const std::string& sValue, std::size_t uBytes, bool bLog)
+/// @param sOwn  what the property that only this server writes begins with
+void CNode::update(unsigned uNumber, const std::string& sValue, std::size_t uBytes, bool bLog, const std::string& sOwn)
 {
     CCallData call(m_pStore.get(), CallSet::callID(uNumber));
     set(call, CDSPROP_CALLERID, sValue);
-    set(call, "BY " + m_sServerIP, sValue + std::string(uBytes, 'x'));
+    set(call, sOwn + m_sServerIP, sValue + std::string(uBytes, 'x'));
     if (bLog)
     {
         std::string sBytes = sValue + " by " + m_sServerIP;
@@ -191,7 +194,8 @@ std::string CNode::load(const CWords& vecWords)
         for (m_ulLoaded = 0; !m_stopping.wait_until(lock, due, [this] { return m_bStopping; }); ++m_ulLoaded)
         {
             lock.unlock();
-            update(vecNumbers[m_ulLoaded % vecNumbers.size()], "load " + std::to_string(m_ulLoaded), 0, false);
+            update(vecNumbers[m_ulLoaded % vecNumbers.size()], "load " + std::to_string(m_ulLoaded), 0, false,
+                   "LOADED BY ");
             due += period;
             lock.lock();
         }

@@ -9,13 +9,16 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <random>
 
 namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr const char* cA = "10.0.0.1";
 constexpr const char* cB = "10.0.0.2";
@@ -35,6 +38,12 @@ protected:
     }
 
     static void settle() { CProxyWorld::settle(); }
+    /// The servers are connected when the first registration is sent, and then it is sent once more.
+    void connects()
+    {
+        m_a.registers("first", "sip:first", cB);
+        settle();
+    }
     /// The owner has a component for each call that writes, and one that reads.
     void writes(const std::string& sValue, const std::string& sCallID = "sip:1", const std::string& sName = "CALLERID")
     {
@@ -467,6 +476,209 @@ TEST_F(ServersTest, ARegistrationDuringAnUnregistrationIsServed)
     EXPECT_EQ(entriesAt(m_a, cB, 1), 1U);
 }
 
+TEST_F(ServersTest, WhatOneCouldNotSendBeforeItLeftIsSentWhenAnotherComes)
+{
+    connects();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    m_a.unregisters("ann");
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "");
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 ANI=here");
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
+TEST_F(ServersTest, WhatOneSentInVainBeforeItLeftIsSentWhenAnotherComes)
+{
+    connects();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::silenceLink(cA, cB);
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    m_a.unregisters("ann"); // before the end of the exchange is handled, or after
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
+TEST_F(ServersTest, ARecordThatOthersKeepIsOwedToItsOwnerAllTheSame)
+{
+    connects();
+    m_a.registers("ann", "sip:1", cB);
+    m_a.registers("eve", "sip:1", cA); // takes it for a call of this server
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    m_a.unregisters("ann");
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
+TEST_F(ServersTest, WhatWaitsForItsOwnerIsSentOnce)
+{
+    connects();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    m_a.unregisters("ann");
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    CFakeChannels::forgetTraffic();
+    for (const char* const pszWho : {"bob", "carl"})
+    {
+        m_a.registers(pszWho, "sip:1", cB);
+        settle();
+        m_a.unregisters(pszWho);
+        settle();
+    }
+    EXPECT_THAT(sentInShort(cA), ElementsAre(StartsWith("10.0.0.2 register "), EndsWith(": sip:1 ANI=here"),
+                                             StartsWith("10.0.0.2 unregister "), StartsWith("10.0.0.2 register "),
+                                             StartsWith("10.0.0.2 unregister ")));
+}
+
+TEST_F(ServersTest, WhatWasOwedLongAgoIsForgotten)
+{
+    const auto owes = [this](unsigned uFirst, unsigned uCount) {
+        for (unsigned uCall = uFirst; uCall < uFirst + uCount; ++uCall)
+            m_a.registers("ann of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
+        CFakeChannels::cutLink(cA, cB);
+        CFakeChannels::restoreLink(cA, cB); // they are registered again, without data to send
+        settle();
+        for (unsigned uCall = uFirst; uCall < uFirst + uCount; ++uCall)
+            m_a.unregisters("ann of " + std::to_string(uCall));
+        settle();
+    };
+    const auto isTakenUp = [this](unsigned uCall) {
+        CFakeLog::clear();
+        m_a.registers("bob of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
+        settle();
+        const bool bTakenUp = CFakeLog::contains("call sip:" + std::to_string(uCall) + " is taken up");
+        m_a.unregisters("bob of " + std::to_string(uCall));
+        settle();
+        return bTakenUp;
+    };
+    owes(10, 1);
+    EXPECT_TRUE(isTakenUp(10));
+    CFakeClock::advance(121'000);
+    owes(1'000, 1'000);
+    EXPECT_TRUE(isTakenUp(1'999));
+    EXPECT_FALSE(isTakenUp(10));
+}
+
+/// Lets things happen while the watcher's worker is busy sending a registration for a call: what they queue it handles
+/// afterwards, in their order.
+class BusyWorkerTest : public ServersTest
+{
+protected:
+    BusyWorkerTest() { connects(); }
+    ~BusyWorkerTest() override { CFakeChannels::whileSending(nullptr); }
+
+    /// Once, at the first registration.
+    void whileRegistering(const std::string& sCallID, std::function<void()> fnDuring)
+    {
+        m_mapDuring.emplace(" for " + sCallID + " at ", std::move(fnDuring));
+        CFakeChannels::whileSending([this](const CFakeChannels::CSent& sent) {
+            const std::string sText = takenApart(sent.sBytes.c_str()).sText;
+            const auto it = std::find_if(m_mapDuring.begin(), m_mapDuring.end(), [&](const auto& during) {
+                return sText.find(during.first) != std::string::npos;
+            });
+            if (it != m_mapDuring.end())
+                m_mapDuring.extract(it).mapped()();
+        });
+    }
+    static void received() { EXPECT_TRUE(CFakeChannels::awaitReceivers()); }
+
+private:
+    std::map<std::string, std::function<void()>> m_mapDuring; // part of a registration's text -> what happens
+};
+
+TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeIsTakenUpWhenAnotherComes)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    writes("alice");
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received(); // queued: the owner's data
+        m_a.registers("dan", "sip:3", cB);
+        m_a.unregisters("ann"); // nobody is there when the data is handled
+    });
+    whileRegistering("sip:3", [this] { m_a.registers("bob", "sip:1", cB); }); // before it is told that ann has left
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("no registrants found"));
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+}
+
+TEST_F(BusyWorkerTest, WhatNobodyWasThereToSendAgainIsSentWhenAnotherComes)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    whileRegistering("sip:2", [this] {
+        // It leaves on the new connection before the call is registered there, and is dropped.
+        m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+        CFakeChannels::cutLink(cA, cB);
+        CFakeChannels::restoreLink(cA, cB);
+        received();
+        CFakeChannels::holdResponses(cA, true);
+    });
+    whileRegistering("sip:3", [this] {
+        CFakeChannels::holdResponses(cA, false);
+        received(); // queued: the call is registered again
+        m_a.registers("eve", "sip:4", cB);
+        m_a.unregisters("ann");
+    });
+    whileRegistering("sip:4", [this] { m_a.registers("bob", "sip:1", cB); });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_EQ(ownersCopy(), "");
+    m_a.registers("dan", "sip:3", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
+TEST_F(BusyWorkerTest, WhatWasSentOnceMoreForNobodyIsSentWhenAnotherComes)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    whileRegistering("sip:2", [this] {
+        // It leaves on the new connection before the call is registered there, and is dropped; so does its leaving.
+        m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+        m_a.unregisters("ann");
+        CFakeChannels::cutLink(cA, cB);
+        CFakeChannels::restoreLink(cA, cB);
+        received();
+    });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("no longer registered"));
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+    EXPECT_EQ(entriesAt(m_b, cA, 0), 3U);
+}
+
 /// Registrations and unregistrations of two, in every order, with the network held up between any two of them.
 class InterleavingTest : public ServersTest, public testing::WithParamInterface<int>
 {
@@ -522,59 +734,58 @@ INSTANTIATE_TEST_SUITE_P(Holds, InterleavingTest, testing::Range(0, 16));
 /// Anything may happen, in any order; when the network is whole again, so are the servers.
 class TroubleTest : public ServersTest, public testing::WithParamInterface<unsigned int>
 {
+protected:
+    unsigned int pick(unsigned int uBelow) { return static_cast<unsigned int>(m_random() % uBelow); }
+    /// Somebody comes or goes.
+    void toggles(const std::string& sWho, const std::string& sCallID)
+    {
+        bool& bRegistered = m_mapRegistered[sWho];
+        EXPECT_THAT(bRegistered ? m_a.unregisters(sWho) : m_a.registers(sWho, sCallID, cB), IsOk());
+        bRegistered = !bRegistered;
+    }
+    void happens(int nStep);
+    void expectAgreement();
+
+    std::mt19937 m_random{GetParam()};
+    std::map<std::string, bool> m_mapRegistered;
 };
 
-TEST_P(TroubleTest, EndsInAgreement)
+void TroubleTest::happens(int nStep)
 {
-    std::mt19937 random(GetParam());
-    const auto pick = [&random](unsigned int uBelow) { return random() % uBelow; };
-    std::map<std::string, bool> mapRegistered;
-    for (int nStep = 0; nStep < 200; ++nStep)
+    const std::string sCallID = "sip:" + std::to_string(1 + pick(3));
+    const std::string sWho = (pick(2) != 0 ? "ann of " : "bob of ") + sCallID;
+    switch (pick(10))
     {
-        const std::string sCallID = "sip:" + std::to_string(1 + pick(3));
-        const std::string sWho = (pick(2) != 0 ? "ann of " : "bob of ") + sCallID;
-        switch (pick(10))
+    case 0: CFakeChannels::silenceLink(cA, cB); break;
+    case 1: CFakeChannels::cutLink(cA, cB); break;
+    case 2:
+    case 3:
+        // A silent link is noticed before it is made again.
+        CFakeChannels::cutLink(cA, cB);
+        CFakeChannels::restoreLink(cA, cB);
+        break;
+    case 4:
+    case 5: toggles(sWho, sCallID); break;
+    case 6:
+        if (m_mapRegistered[sWho])
         {
-        case 0: CFakeChannels::silenceLink(cA, cB); break;
-        case 1: CFakeChannels::cutLink(cA, cB); break;
-        case 2:
-        case 3:
-            // A silent link is noticed before it is made again.
-            CFakeChannels::cutLink(cA, cB);
-            CFakeChannels::restoreLink(cA, cB);
-            break;
-        case 4:
-        case 5:
-            if (!mapRegistered[sWho])
-            {
-                EXPECT_THAT(m_a.registers(sWho, sCallID, cB), IsOk());
-            }
-            else
-            {
-                EXPECT_THAT(m_a.unregisters(sWho), IsOk());
-            }
-            mapRegistered[sWho] = !mapRegistered[sWho];
-            break;
-        case 6:
-            if (mapRegistered[sWho])
-            {
-                EXPECT_THAT(m_a.updates(sWho, CNews(sCallID).sets("ANI", std::to_string(nStep))), IsOk());
-            }
-            break;
-        case 7: settle(); break;
-        default: writes(std::to_string(nStep), sCallID); break;
+            EXPECT_THAT(m_a.updates(sWho, CNews(sCallID).sets("ANI", std::to_string(nStep))), IsOk());
         }
+        break;
+    case 7: settle(); break;
+    default: writes(std::to_string(nStep), sCallID); break;
     }
-    CFakeChannels::cutLink(cA, cB);
-    CFakeChannels::restoreLink(cA, cB);
-    settle();
+}
+
+void TroubleTest::expectAgreement()
+{
     std::size_t uCalls = 0;
     for (int nCall = 1; nCall <= 3; ++nCall)
     {
         const std::string sCallID = "sip:" + std::to_string(nCall);
         SCOPED_TRACE(sCallID);
-        const bool bAnn = mapRegistered["ann of " + sCallID];
-        const bool bBob = mapRegistered["bob of " + sCallID];
+        const bool bAnn = m_mapRegistered["ann of " + sCallID];
+        const bool bBob = m_mapRegistered["bob of " + sCallID];
         if (bAnn)
         {
             EXPECT_EQ(m_a.copyOf("ann of " + sCallID, sCallID), ownersCopy(sCallID));
@@ -588,6 +799,23 @@ TEST_P(TroubleTest, EndsInAgreement)
     EXPECT_EQ(entriesAt(m_b, cA, 0), uCalls);
     EXPECT_EQ(entriesAt(m_a, cB, 1), uCalls);
 }
-INSTANTIATE_TEST_SUITE_P(Seeds, TroubleTest, testing::Range(1U, 41U));
+
+TEST_P(TroubleTest, EndsInAgreement)
+{
+    for (int nStep = 0; nStep < 200; ++nStep)
+        happens(nStep);
+    CFakeChannels::cutLink(cA, cB);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    expectAgreement();
+    // Whoever comes now finds also what nobody was there for in the end.
+    for (const std::string sCallID : {"sip:1", "sip:2", "sip:3"})
+        for (const std::string sWho : {"ann of ", "bob of "})
+            if (!m_mapRegistered[sWho + sCallID])
+                toggles(sWho + sCallID, sCallID);
+    settle();
+    expectAgreement();
+}
+INSTANTIATE_TEST_SUITE_P(Seeds, TroubleTest, testing::Range(1U, 101U));
 
 } // namespace
