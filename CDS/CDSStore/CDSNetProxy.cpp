@@ -120,7 +120,7 @@ void CCDSNetProxy::resumeExchange()
         queueServerEvent(WT_OP_SERVER_CLIENTDISCONNECTED, dwPeer);
     failUnanswered();
     for (const std::uint32_t dwServer : setServers)
-        queueClientConnected(dwServer);
+        queueClientConnected(dwServer, true);
 }
 
 long CCDSNetProxy::startServerChannel()

@@ -190,8 +190,10 @@ public:
     ///
     /// @return whether there is one
     bool forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr);
-    /// Hands the store what has been exchanged with a call's owner, some of which it may have refused.
-    void takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer);
+    /// Hands the store what has been exchanged with a call's owner, some of which it has refused.
+    ///
+    /// @return its result; 0 when nothing was exchanged
+    long takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer);
     /// Sends an unregistration for which there is no client call, unless there is one again.
     void withdrawRegistration(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
     /// Has the store deliver a call's data to the proxy, which distributes it.
@@ -262,7 +264,7 @@ private:
     void takeRequest(unsigned long ulPeer, unsigned long ulContext1, unsigned long ulContext2, CMessageBytes pBuffer,
                      unsigned long ulSize);
     void queueServerEvent(EWorkOp eOp, unsigned long ulPeer);
-    void queueClientConnected(unsigned long ulPeer);
+    void queueClientConnected(unsigned long ulPeer, bool bLost);
     void queueRequest(unsigned long ulPeer, unsigned long ulContext1, unsigned long ulContext2, CMessageBytes pBuffer,
                       unsigned long ulSize);
     bool isAwaited(unsigned long ulRequestID);

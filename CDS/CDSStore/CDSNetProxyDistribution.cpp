@@ -67,16 +67,16 @@ bool CCDSNetProxy::forgetPeerData(const std::string& sCallID, unsigned long ulIP
     return pEntry != nullptr;
 }
 
-void CCDSNetProxy::takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer)
+long CCDSNetProxy::takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer)
 {
     CDistributionTable::CEntry pEntry;
     {
         const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
         pEntry = m_distributions.find(sCallID, dwServer);
     }
-    if (pEntry != nullptr && pEntry->m_pLastData != nullptr)
-        CCDSLogging::logHRESULT(m_pCDSAPI->Update(m_sRegID, pEntry->m_pLastData.get(), true),
-                                "CCDSNetProxy::takeUpPeerData, m_pCDSAPI->Update");
+    if (pEntry == nullptr || pEntry->m_pLastData == nullptr)
+        return 0;
+    return m_pCDSAPI->Update(m_sRegID, pEntry->m_pLastData.get(), true);
 }
 
 long CCDSNetProxy::remCallDataDistribution(bool bClient, const std::string& sCallID, unsigned long ulIPAddr)

@@ -172,14 +172,14 @@ void CCDSNetProxy::xpClientRequestThreadFunc()
         {
             CCDSLogging::logWarning("CCDSNetProxy::xpClientRequestThreadFunc, client connected, ipaddr 0x%08X",
                                     cdsCode(got.ulPeer));
-            queued([&] { queueClientConnected(got.ulPeer); });
+            queued([&] { queueClientConnected(got.ulPeer, false); });
         }
         else if (got.dwResult == CMLIB_CLIENT_DISCONNECTED)
         {
             // A lost peer is treated like one that came up: what it holds for us is sent again, and so found missing.
             CCDSLogging::logWarning("CCDSNetProxy::xpClientRequestThreadFunc, client disconnected, ipaddr 0x%08X",
                                     cdsCode(got.ulPeer));
-            queued([&] { queueClientConnected(got.ulPeer); });
+            queued([&] { queueClientConnected(got.ulPeer, true); });
         }
         else if (got.failed())
         {

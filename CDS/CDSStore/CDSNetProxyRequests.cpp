@@ -68,8 +68,8 @@ long CCDSNetProxy::onPeerCallData(CCDSWork& work, CCallbackMsg& msg)
     lResult = m_pCDSAPI->Update(m_sRegID, pData, true);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, m_pCDSAPI->Update, work - 0x%08X",
                             cdsIdentity(&work));
-    if (lResult == E_CDS_NOTFOUND)
-        m_resync.nobodyRegistered(sCallID); // here, while the peer's entry has it
+    if (lResult == E_CDS_NOTFOUND && getClientCall(sCallID) != nullptr)
+        m_resync.dataRefused(sCallID);
     return lResult;
 }
 

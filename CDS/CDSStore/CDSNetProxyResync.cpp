@@ -21,7 +21,7 @@ void CCDSNetProxyResync::exchangeFailed(const std::string& sCallID, std::uint32_
     if (m_pProxy->forgetPeerData(sCallID, dwPeer))
         notReached(sCallID, dwPeer);
     else
-        nobodyRegistered(sCallID); // neither here nor there
+        owe(sCallID);
 }
 
 void CCDSNetProxyResync::notReached(const std::string& sCallID, std::uint32_t dwPeer)
@@ -39,8 +39,12 @@ void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::ui
             sRegID = pCall->m_sRegID;
     });
     if (sRegID.empty())
+    {
         ownerEntryRemoved(sCallID, dwServer);
-    else if (m_pProxy->reserveDistribution(true, sCallID, sRegID, dwServer))
+        return;
+    }
+    m_setRefused.erase(sCallID); // the new registration brings everything
+    if (m_pProxy->reserveDistribution(true, sCallID, sRegID, dwServer))
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is registered again, ipaddr 0x%08X", sCallID.c_str(),
                                 dwServer);
 }
@@ -55,7 +59,7 @@ void CCDSNetProxyResync::reregisteredInVain(const std::string& sCallID, const st
                                             std::uint32_t dwServer)
 {
     CCDSLogging::logWarning("CCDSNetProxyResync: call %s is withdrawn, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-    nobodyRegistered(sCallID); // the server may have dropped our data while it knew of no registration
+    nothingToSend(sCallID, dwServer); // it may have dropped our data while it knew of no registration
     m_pProxy->withdrawRegistration(sCallID, sRegID, dwServer);
 }
 
@@ -80,8 +84,9 @@ bool CCDSNetProxyResync::dropLeftBehind(std::uint32_t dwPeer)
 
 void CCDSNetProxyResync::ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer)
 {
+    m_setRefused.erase(sCallID); // the next registration brings everything
     if (entryRemoved(sCallID, dwServer))
-        nobodyRegistered(sCallID);
+        owe(sCallID);
 }
 
 bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)
@@ -95,7 +100,13 @@ bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t 
     return true;
 }
 
-void CCDSNetProxyResync::nobodyRegistered(const std::string& sCallID) noexcept
+void CCDSNetProxyResync::nothingToSend(const std::string& sCallID, std::uint32_t dwServer) noexcept
+{
+    if (m_setDisturbed.contains(dwServer))
+        owe(sCallID);
+}
+
+void CCDSNetProxyResync::owe(const std::string& sCallID) noexcept
 {
     (void)cdsGuarded([&] { // without memory it stays owed until the next connection
         const std::uint64_t ullNow = CPortable::GetTickCountULL();
@@ -107,19 +118,25 @@ void CCDSNetProxyResync::nobodyRegistered(const std::string& sCallID) noexcept
 
 void CCDSNetProxyResync::somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer)
 {
-    if (!m_mapOwed.contains(sCallID))
-        return;
-    CCDSLogging::logWarning("CCDSNetProxyResync: call %s is taken up, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-    m_pProxy->takeUpPeerData(sCallID, dwServer);
-    if (m_pProxy->requestCallData(sCallID) >= 0)
-        m_mapOwed.erase(sCallID);
+    if (m_setRefused.erase(sCallID) != 0)
+    {
+        CCDSLogging::logWarning("CCDSNetProxyResync: call %s is taken up, ipaddr 0x%08X", sCallID.c_str(), dwServer);
+        if (m_pProxy->takeUpPeerData(sCallID, dwServer) == E_CDS_NOTFOUND)
+            m_setRefused.insert(sCallID);
+    }
+    if (m_mapOwed.contains(sCallID))
+    {
+        CCDSLogging::logWarning("CCDSNetProxyResync: call %s is made good, ipaddr 0x%08X", sCallID.c_str(), dwServer);
+        if (m_pProxy->requestCallData(sCallID) >= 0)
+            m_mapOwed.erase(sCallID);
+    }
 }
 
 /// Has the store give a call's data for all peers.
 void CCDSNetProxyResync::distributeAgain(const std::string& sCallID)
 {
     if (m_pProxy->requestCallData(sCallID) == E_CDS_NOTFOUND)
-        nobodyRegistered(sCallID); // or there is no data, and nothing to distribute
+        owe(sCallID); // or there is none
 }
 
 void CCDSNetProxyResync::forgetOldDebts(std::uint64_t ullNow)

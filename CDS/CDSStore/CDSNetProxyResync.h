@@ -16,12 +16,12 @@ class CCDSNetProxy;
 /// the call's whole data, of which each peer is sent what it lacks.
 ///
 /// While nobody is registered for a call the store neither gives its data nor takes any, but keeps what it has for the
-/// next registrant. An exchange that comes to nothing by this is owed: it is made good when that one has come.
+/// next registrant. What an owner may lack of it by this is owed, and sent when that one has come; what the store has
+/// refused is handed to it again.
 ///
 /// Threads    worker thread only.
-/// Bounded    remembers at most one mark for a call and peer that share a distribution entry, which goes with the
-/// entry,
-///            and one for each call whose exchange came to nothing within the last minutes.
+/// Bounded    remembers at most two marks for a call and peer that share a distribution entry and go with it, and one
+///            for each call whose data was found to be owed within the last minutes.
 class CCDSNetProxyResync
 {
 public:
@@ -34,8 +34,12 @@ public:
     void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer) { entryRemoved(sCallID, dwPeer); }
     bool isAnythingStale() const noexcept { return !m_mapStale.empty(); }
 
-    /// A call's data could not be exchanged with its owner, since nobody is registered for the call here.
-    void nobodyRegistered(const std::string& sCallID) noexcept;
+    /// The connection to a server was lost: from now on it may know less of our calls than their entries say.
+    void connectionLost(std::uint32_t dwServer) { m_setDisturbed.insert(dwServer); }
+    /// There was nobody to give a call's data, which its owner may lack.
+    void nothingToSend(const std::string& sCallID, std::uint32_t dwServer) noexcept;
+    /// The store did not take a call's data, since nobody is registered for it here; the peer's entry has it.
+    void dataRefused(const std::string& sCallID) { m_setRefused.insert(sCallID); }
     /// Somebody is registered for a call here, and its owner knows of it.
     void somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer);
 
@@ -76,11 +80,14 @@ public:
 private:
     void redistribute(std::uint32_t dwPeer);
     void distributeAgain(const std::string& sCallID);
+    void owe(const std::string& sCallID) noexcept;
     void forgetOldDebts(std::uint64_t ullNow);
 
     CCDSNetProxy* const m_pProxy;
     std::map<std::uint32_t, std::set<std::string>> m_mapStale; // peer -> calls
     std::set<std::uint32_t> m_setLeftBehind;                   // peers whose entries stayed
+    std::set<std::uint32_t> m_setDisturbed;                    // servers that a connection was lost to, ever
+    std::set<std::string> m_setRefused;                        // calls
     std::map<std::string, std::uint64_t> m_mapOwed;            // call -> tick count in ms, when it was last found so
     std::size_t m_uForgetAt = 0;                               // so many debts are worth a look for old ones
 };

@@ -365,12 +365,13 @@ void CCDSNetProxy::queueServerEvent(EWorkOp eOp, unsigned long ulPeer)
     enqueueCCDSWork(pWork, eOp);
 }
 
-void CCDSNetProxy::queueClientConnected(unsigned long ulPeer)
+void CCDSNetProxy::queueClientConnected(unsigned long ulPeer, bool bLost)
 {
     const auto pWork = newWork();
     if (pWork == nullptr)
         return;
     pWork->m_dwServer = static_cast<std::uint32_t>(ulPeer);
+    pWork->m_bLost = bLost;
     enqueueCCDSWork(pWork, WT_OP_CLIENT_SERVERCONNECTED);
 }
 

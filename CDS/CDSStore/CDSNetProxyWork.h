@@ -99,6 +99,7 @@ public:
     std::uint32_t m_dwServer = 0;
     std::string m_sRequest;   // its terminator is sent too
     bool m_bByWorker = false; // it has to be sent by the worker, whatever is configured
+    bool m_bLost = false;     // of a connection event: it says that the connection was lost
 
     // A peer's request.
     std::uint32_t m_dwPeer = 0; // also of a connection event

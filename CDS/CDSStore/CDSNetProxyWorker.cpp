@@ -245,6 +245,8 @@ void CCDSNetProxy::onServerConnected(CCDSWork& work)
 {
     CCDSLogging::logWarning("WT_OP_CLIENT_SERVERCONNECTED - 0x%08X, ipaddr 0x%08X", cdsIdentity(&work),
                             work.m_dwServer);
+    if (work.m_bLost)
+        m_resync.connectionLost(work.m_dwServer);
     m_serverStates.set(work.m_dwServer, 1);
     (void)reregisterClientCalls(work.m_dwServer);  // each failure is told where it happens, and ends with an item
     (void)sendPendingCDRCallData(work.m_dwServer); // what was not sent waits for the next event
@@ -353,5 +355,5 @@ void CCDSNetProxy::onReregistered(CCDSWork& work)
     const long lRequested = requestCallData(sCallID);
     CCDSLogging::logHRESULT(lRequested, "CCDSNetProxy::workerThread, m_pCDSAPI->GetCallData");
     if (lRequested == E_CDS_NOTFOUND)
-        m_resync.nobodyRegistered(sCallID); // or there is no data, and nothing to send
+        m_resync.nothingToSend(sCallID, work.m_dwServer);
 }

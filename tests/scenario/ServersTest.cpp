@@ -513,6 +513,28 @@ TEST_F(ServersTest, WhatOneSentInVainBeforeItLeftIsSentWhenAnotherComes)
     EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
 }
 
+TEST_F(ServersTest, WhatOneSentInVainIsKnownAlsoWhenItHasLeftForGood)
+{
+    connects();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::silenceLink(cA, cB);
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    CFakeChannels::scriptSends({CFakeChannels::cPeerDown});
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    m_a.unregisters("ann"); // the owner is said to be unreachable: that ends the call here
+    settle();
+    CFakeChannels::cutLink(cA, cB); // and only this the exchange
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
 TEST_F(ServersTest, ARecordThatOthersKeepIsOwedToItsOwnerAllTheSame)
 {
     connects();
@@ -555,8 +577,25 @@ TEST_F(ServersTest, WhatWaitsForItsOwnerIsSentOnce)
                                              StartsWith("10.0.0.2 unregister ")));
 }
 
+TEST_F(ServersTest, WithoutAFailureNothingIsMadeGood)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle(); // also sent once more, as the servers were not connected, and without data to send
+    writes("alice");
+    m_a.registers("bob", "sip:1", cB);
+    m_a.unregisters("bob");
+    settle();
+    m_a.unregisters("ann");
+    settle();
+    m_a.registers("carl", "sip:1", cB);
+    settle();
+    EXPECT_EQ(m_a.copyOf("carl", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_FALSE(CFakeLog::contains("CCDSNetProxyResync"));
+}
+
 TEST_F(ServersTest, WhatWasOwedLongAgoIsForgotten)
 {
+    connects();
     const auto owes = [this](unsigned uFirst, unsigned uCount) {
         for (unsigned uCall = uFirst; uCall < uFirst + uCount; ++uCall)
             m_a.registers("ann of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
@@ -571,7 +610,7 @@ TEST_F(ServersTest, WhatWasOwedLongAgoIsForgotten)
         CFakeLog::clear();
         m_a.registers("bob of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
         settle();
-        const bool bTakenUp = CFakeLog::contains("call sip:" + std::to_string(uCall) + " is taken up");
+        const bool bTakenUp = CFakeLog::contains("call sip:" + std::to_string(uCall) + " is made good");
         m_a.unregisters("bob of " + std::to_string(uCall));
         settle();
         return bTakenUp;
@@ -629,6 +668,53 @@ TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeIsTakenUpWhenAnotherComes)
     settle();
     ASSERT_TRUE(CFakeLog::contains("no registrants found"));
     EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+}
+
+TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeComesWithTheNextRegistration)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    writes("alice");
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received();
+        m_a.unregisters("ann");
+    });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("no registrants found"));
+    m_a.registers("bob", "sip:1", cB);
+    m_a.registers("dan", "sip:1", cB);
+    m_a.unregisters("dan");
+    settle();
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_FALSE(CFakeLog::contains("CCDSNetProxyResync"));
+}
+
+TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeComesWithARegistrationDuringTheLeaving)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    writes("alice");
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received();
+        m_a.unregisters("ann");
+        CFakeChannels::holdResponses(cA, true);
+    });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    CFakeChannels::holdResponses(cA, false);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("call sip:1 is registered again"));
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+    EXPECT_FALSE(CFakeLog::contains("is taken up"));
 }
 
 TEST_F(BusyWorkerTest, WhatNobodyWasThereToSendAgainIsSentWhenAnotherComes)
