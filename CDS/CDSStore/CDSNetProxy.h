@@ -159,6 +159,8 @@ public:
     long remClientCall(const CSharedMessage& pMsg);
     /// Null when there is none.
     std::shared_ptr<CClientCall> getClientCall(const std::string& sCallID);
+    /// Whether a call is another server's and local registrants wait for it.
+    bool isWaitedFor(const std::string& sCallID);
     /// Reads or changes a client call under its lock.
     template <class TAction> void withClientCalls(TAction action)
     {
@@ -190,14 +192,12 @@ public:
     ///
     /// @return whether there is one
     bool forgetPeerData(const std::string& sCallID, unsigned long ulIPAddr);
-    /// Hands the store what has been exchanged with a call's owner, some of which it has refused.
-    ///
-    /// @return its result; 0 when nothing was exchanged
-    long takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer);
     /// Sends an unregistration for which there is no client call, unless there is one again.
     void withdrawRegistration(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
     /// Has the store deliver a call's data to the proxy, which distributes it.
     long requestCallData(const std::string& sCallID);
+    /// Hands the store call data of a peer's, which stays the caller's.
+    long giveToStore(CCallData* pData);
 
     // CDRs: finished calls' records on their way to the server that collects them.
 
@@ -298,7 +298,7 @@ private:
     bool onSendRequest(CCDSWork& work);
     void onResponse(CCDSWork& work, const SWorkResponse& response);
     void onFailedCallData(CCDSWork& work);
-    void onUnregistered(CCDSWork& work);
+    void onUnregistered(CCDSWork& work, bool bFailed);
     void onRegistered(CCDSWork& work);
     void onReregistered(CCDSWork& work);
 

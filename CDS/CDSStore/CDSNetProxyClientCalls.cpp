@@ -31,6 +31,13 @@ std::shared_ptr<CClientCall> CCDSNetProxy::getClientCall(const std::string& sCal
     return m_clientCalls.find(sCallID);
 }
 
+bool CCDSNetProxy::isWaitedFor(const std::string& sCallID)
+{
+    const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    const auto pCall = m_clientCalls.find(sCallID);
+    return pCall != nullptr && pCall->m_lCount > 0;
+}
+
 long CCDSNetProxy::addClientCall(const CSharedMessage& pMsg)
 {
     CCDSLogging::logWarning("CCDSNetProxy::addClientCall");
@@ -149,7 +156,7 @@ long CCDSNetProxy::remClientCall(const CSharedMessage& pMsg)
     std::uint32_t dwKept = 0;
     const long lResult = cdsGuarded([&] { return countUnregistration(sCallID, pMsg, &dwDropped, &dwKept); });
     if (dwDropped != 0)
-        m_resync.ownerEntryRemoved(sCallID, dwDropped);
+        m_resync.ownerEntryRemoved(sCallID, dwDropped, true);
     else if (dwKept != 0)
         m_resync.somebodyRegistered(sCallID, dwKept);
     return lResult;
@@ -157,7 +164,7 @@ long CCDSNetProxy::remClientCall(const CSharedMessage& pMsg)
 
 /// Counts a local unregistration; the last one of a call is sent to the owner.
 ///
-/// @param pdwDropped  out: the owner, when it could not be told and its entry was removed; else untouched
+/// @param pdwDropped  out: the owner, when it could not be told, and has no entry any more; else untouched
 /// @param pdwKept     out: the owner, when others are registered, still or again; else untouched
 long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CSharedMessage& pMsg,
                                        std::uint32_t* pdwDropped, std::uint32_t* pdwKept)
@@ -196,8 +203,7 @@ long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CShared
     if (pCall->m_lCount > 0)
         return lResult;
     pEntry = m_distributions.remove(true, sCallID, pCall->m_dwServer);
-    if (pEntry != nullptr)
-        *pdwDropped = pCall->m_dwServer;
+    *pdwDropped = pCall->m_dwServer;
     return lResult;
 }
 

@@ -67,18 +67,6 @@ bool CCDSNetProxy::forgetPeerData(const std::string& sCallID, unsigned long ulIP
     return pEntry != nullptr;
 }
 
-long CCDSNetProxy::takeUpPeerData(const std::string& sCallID, std::uint32_t dwServer)
-{
-    CDistributionTable::CEntry pEntry;
-    {
-        const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
-        pEntry = m_distributions.find(sCallID, dwServer);
-    }
-    if (pEntry == nullptr || pEntry->m_pLastData == nullptr)
-        return 0;
-    return m_pCDSAPI->Update(m_sRegID, pEntry->m_pLastData.get(), true);
-}
-
 long CCDSNetProxy::remCallDataDistribution(bool bClient, const std::string& sCallID, unsigned long ulIPAddr)
 {
     CCDSLogging::logWarning("CCDSNetProxy::remCallDataDistribution.2, call %s, ipaddr 0x%08X", sCallID.c_str(),
@@ -195,6 +183,8 @@ long CCDSNetProxy::distributeTo(CCalldataDistribution& entry, const std::string&
         CCDSLogging::logInfo("sendCDDist, no diff");
     else if (const long lSent = sendDifference(entry, sRegID, msg, *pDifference); lSent < 0)
         return lSent;
+    else if (entry.m_bClient)
+        m_resync.sentToOwner(entry.m_sCallID, entry.m_dwPeer, true);
     const long lResult = bringUpToDate(entry, data);
     if (bTrace && entry.m_pLastData != nullptr)
         entry.m_pLastData->trace("sendCDDist, after merge");
@@ -255,6 +245,11 @@ long CCDSNetProxy::unregisterClients(unsigned long ulIPAddr)
             pEntry->m_sStoreRegID.clear();
     }
     return lResult;
+}
+
+long CCDSNetProxy::giveToStore(CCallData* pData)
+{
+    return m_pCDSAPI->Update(m_sRegID, pData, true);
 }
 
 long CCDSNetProxy::requestCallData(const std::string& sCallID)

@@ -65,11 +65,11 @@ long CCDSNetProxy::onPeerCallData(CCDSWork& work, CCallbackMsg& msg)
                             cdsIdentity(&work));
     if (lResult < 0)
         return lResult;
-    lResult = m_pCDSAPI->Update(m_sRegID, pData, true);
+    lResult = giveToStore(pData);
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, m_pCDSAPI->Update, work - 0x%08X",
                             cdsIdentity(&work));
     if (lResult == E_CDS_NOTFOUND && getClientCall(sCallID) != nullptr)
-        m_resync.dataRefused(sCallID);
+        m_resync.dataRefused(sCallID, *pData);
     return lResult;
 }
 

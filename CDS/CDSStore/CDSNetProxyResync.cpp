@@ -20,8 +20,6 @@ void CCDSNetProxyResync::exchangeFailed(const std::string& sCallID, std::uint32_
 {
     if (m_pProxy->forgetPeerData(sCallID, dwPeer))
         notReached(sCallID, dwPeer);
-    else
-        owe(sCallID);
 }
 
 void CCDSNetProxyResync::notReached(const std::string& sCallID, std::uint32_t dwPeer)
@@ -30,7 +28,7 @@ void CCDSNetProxyResync::notReached(const std::string& sCallID, std::uint32_t dw
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is stale, ipaddr 0x%08X", sCallID.c_str(), dwPeer);
 }
 
-void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::uint32_t dwServer)
+void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::uint32_t dwServer, bool bFailed)
 {
     std::string sRegID;
     m_pProxy->withClientCalls([&](const CClientCallTable& calls) {
@@ -40,10 +38,10 @@ void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::ui
     });
     if (sRegID.empty())
     {
-        ownerEntryRemoved(sCallID, dwServer);
+        ownerEntryRemoved(sCallID, dwServer, bFailed);
         return;
     }
-    m_setRefused.erase(sCallID); // the new registration brings everything
+    m_mapRefused.erase(sCallID); // the new registration brings everything
     if (m_pProxy->reserveDistribution(true, sCallID, sRegID, dwServer))
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is registered again, ipaddr 0x%08X", sCallID.c_str(),
                                 dwServer);
@@ -59,7 +57,7 @@ void CCDSNetProxyResync::reregisteredInVain(const std::string& sCallID, const st
                                             std::uint32_t dwServer)
 {
     CCDSLogging::logWarning("CCDSNetProxyResync: call %s is withdrawn, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-    nothingToSend(sCallID, dwServer); // it may have dropped our data while it knew of no registration
+    sentToOwner(sCallID, dwServer, false); // it dropped what came before it was told again
     m_pProxy->withdrawRegistration(sCallID, sRegID, dwServer);
 }
 
@@ -82,10 +80,10 @@ bool CCDSNetProxyResync::dropLeftBehind(std::uint32_t dwPeer)
     return true;
 }
 
-void CCDSNetProxyResync::ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer)
+void CCDSNetProxyResync::ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer, bool bFailed)
 {
-    m_setRefused.erase(sCallID); // the next registration brings everything
-    if (entryRemoved(sCallID, dwServer))
+    m_mapRefused.erase(sCallID); // the next registration brings everything
+    if (entryRemoved(sCallID, dwServer) || bFailed)
         owe(sCallID);
 }
 
@@ -100,29 +98,31 @@ bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t 
     return true;
 }
 
-void CCDSNetProxyResync::nothingToSend(const std::string& sCallID, std::uint32_t dwServer) noexcept
+void CCDSNetProxyResync::sentToOwner(const std::string& sCallID, std::uint32_t dwServer, bool bAny)
 {
-    if (m_setDisturbed.contains(dwServer))
+    if (m_setDisturbed.contains(dwServer) && !(bAny && m_pProxy->isWaitedFor(sCallID)))
         owe(sCallID);
 }
 
-void CCDSNetProxyResync::owe(const std::string& sCallID) noexcept
+void CCDSNetProxyResync::dataRefused(const std::string& sCallID, CCallData& data)
 {
-    (void)cdsGuarded([&] { // without memory it stays owed until the next connection
-        const std::uint64_t ullNow = CPortable::GetTickCountULL();
-        m_mapOwed[sCallID] = ullNow;
-        forgetOldDebts(ullNow);
-        return 0L;
-    });
+    auto& pRefused = m_mapRefused[sCallID];
+    bool bChanged = false;
+    if (pRefused == nullptr)
+        pRefused.reset(data.clone());
+    else
+        (void)pRefused->merge(&data, &bChanged); // without memory it is lost, here and above
 }
 
 void CCDSNetProxyResync::somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer)
 {
-    if (m_setRefused.erase(sCallID) != 0)
+    if ((m_mapRefused.empty() && m_mapOwed.empty()) || !m_pProxy->isWaitedFor(sCallID))
+        return;
+    if (auto node = m_mapRefused.extract(sCallID); !node.empty())
     {
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is taken up, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-        if (m_pProxy->takeUpPeerData(sCallID, dwServer) == E_CDS_NOTFOUND)
-            m_setRefused.insert(sCallID);
+        if (m_pProxy->giveToStore(node.mapped().get()) == E_CDS_NOTFOUND)
+            m_mapRefused.insert(std::move(node)); // they are gone again
     }
     if (m_mapOwed.contains(sCallID))
     {
@@ -135,8 +135,18 @@ void CCDSNetProxyResync::somebodyRegistered(const std::string& sCallID, std::uin
 /// Has the store give a call's data for all peers.
 void CCDSNetProxyResync::distributeAgain(const std::string& sCallID)
 {
-    if (m_pProxy->requestCallData(sCallID) == E_CDS_NOTFOUND)
-        owe(sCallID); // or there is none
+    const long lRequested = m_pProxy->requestCallData(sCallID);
+    if (m_pProxy->getClientCall(sCallID) != nullptr &&
+        (lRequested == E_CDS_NOTFOUND || !m_pProxy->isWaitedFor(sCallID)))
+        owe(sCallID);
+}
+
+/// Notes that a call's owner may lack what is here.
+void CCDSNetProxyResync::owe(const std::string& sCallID)
+{
+    const std::uint64_t ullNow = CPortable::GetTickCountULL();
+    m_mapOwed[sCallID] = ullNow;
+    forgetOldDebts(ullNow);
 }
 
 void CCDSNetProxyResync::forgetOldDebts(std::uint64_t ullNow)

@@ -1,8 +1,11 @@
 #pragma once
 
+#include "CDSCallData.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -20,8 +23,10 @@ class CCDSNetProxy;
 /// refused is handed to it again.
 ///
 /// Threads    worker thread only.
-/// Bounded    remembers at most two marks for a call and peer that share a distribution entry and go with it, and one
-///            for each call whose data was found to be owed within the last minutes.
+/// Bounded    remembers at most one mark, and what was refused, for a call and peer that share a distribution entry:
+/// they
+///            go with the entry. Of what is owed one mark for a call, which counts for two minutes, longer than the
+///            store keeps the data of a call without registrants; older ones go when as many new ones have come.
 class CCDSNetProxyResync
 {
 public:
@@ -36,10 +41,13 @@ public:
 
     /// The connection to a server was lost: from now on it may know less of our calls than their entries say.
     void connectionLost(std::uint32_t dwServer) { m_setDisturbed.insert(dwServer); }
-    /// There was nobody to give a call's data, which its owner may lack.
-    void nothingToSend(const std::string& sCallID, std::uint32_t dwServer) noexcept;
-    /// The store did not take a call's data, since nobody is registered for it here; the peer's entry has it.
-    void dataRefused(const std::string& sCallID) { m_setRefused.insert(sCallID); }
+    /// What the owner may lack of a call is on its way. It gets there only before we unregister.
+    ///
+    /// @param bAny  false: nobody was registered here, so that there was nothing to send
+    void sentToOwner(const std::string& sCallID, std::uint32_t dwServer, bool bAny);
+    /// The store did not take a call's data, since nobody is registered for it here, while the owner's entry for us
+    /// says that we have it.
+    void dataRefused(const std::string& sCallID, CCallData& data);
     /// Somebody is registered for a call here, and its owner knows of it.
     void somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer);
 
@@ -48,7 +56,7 @@ public:
 
     /// The exchange of an unregistration has ended and its entry is gone. A registration may have come in meanwhile:
     /// then the entry is set up again, without call data.
-    void unregistrationEnded(const std::string& sCallID, std::uint32_t dwServer);
+    void unregistrationEnded(const std::string& sCallID, std::uint32_t dwServer, bool bFailed);
 
     /// A registration is about to be sent again: the entry stands before the owner can answer with data.
     void beforeReregistration(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
@@ -56,8 +64,10 @@ public:
     /// A registration was sent again while its unregistration was under way: the owner is told once more.
     void reregisteredInVain(const std::string& sCallID, const std::string& sRegID, std::uint32_t dwServer);
 
-    /// The entry for a call's owner is gone, since nobody waits for the call here any more.
-    void ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer);
+    /// There is no entry for a call's owner, since nobody waits for the call here any more.
+    ///
+    /// @param bFailed  the owner could not be told
+    void ownerEntryRemoved(const std::string& sCallID, std::uint32_t dwServer, bool bFailed);
 
     /// A peer has disconnected. When one of its registrations was unknown its entries stay. They would keep others from
     /// getting a call's changes, and the peer's next registrations from being made: they go when they are found in
@@ -80,14 +90,14 @@ public:
 private:
     void redistribute(std::uint32_t dwPeer);
     void distributeAgain(const std::string& sCallID);
-    void owe(const std::string& sCallID) noexcept;
+    void owe(const std::string& sCallID);
     void forgetOldDebts(std::uint64_t ullNow);
 
     CCDSNetProxy* const m_pProxy;
-    std::map<std::uint32_t, std::set<std::string>> m_mapStale; // peer -> calls
-    std::set<std::uint32_t> m_setLeftBehind;                   // peers whose entries stayed
-    std::set<std::uint32_t> m_setDisturbed;                    // servers that a connection was lost to, ever
-    std::set<std::string> m_setRefused;                        // calls
-    std::map<std::string, std::uint64_t> m_mapOwed;            // call -> tick count in ms, when it was last found so
-    std::size_t m_uForgetAt = 0;                               // so many debts are worth a look for old ones
+    std::map<std::uint32_t, std::set<std::string>> m_mapStale;      // peer -> calls
+    std::set<std::uint32_t> m_setLeftBehind;                        // peers whose entries stayed
+    std::set<std::uint32_t> m_setDisturbed;                         // servers that a connection was lost to, ever
+    std::map<std::string, std::unique_ptr<CCallData>> m_mapRefused; // call -> all that was refused
+    std::map<std::string, std::uint64_t> m_mapOwed; // call -> tick count in ms, when it was last found so
+    std::size_t m_uForgetAt = 0;                    // so many debts are worth a look for old ones
 };

@@ -278,7 +278,7 @@ void CCDSNetProxy::onResponse(CCDSWork& work, const SWorkResponse& response)
     }
     switch (work.m_eKind)
     {
-    case WORK_KIND_SEND_CLIENT_UNREGISTER: onUnregistered(work); break;
+    case WORK_KIND_SEND_CLIENT_UNREGISTER: onUnregistered(work, bFailed); break;
     case WORK_KIND_SEND_CLIENT_REGISTER:
         if (!bFailed)
             onRegistered(work);
@@ -320,13 +320,13 @@ void CCDSNetProxy::onRegistered(CCDSWork& work)
     m_resync.somebodyRegistered(sCallID, work.m_dwServer);
 }
 
-void CCDSNetProxy::onUnregistered(CCDSWork& work)
+void CCDSNetProxy::onUnregistered(CCDSWork& work, bool bFailed)
 {
     CCDSLogging::logWarning("WORK_KIND_SEND_CLIENT_UNREGISTER - 0x%08X", cdsIdentity(&work));
     std::string sCallID;
     (void)registrationOf(*work.m_pMsg)->getCallID(&sCallID);       // always 0
     (void)remCallDataDistribution(true, sCallID, work.m_dwServer); // always 0
-    m_resync.unregistrationEnded(sCallID, work.m_dwServer);
+    m_resync.unregistrationEnded(sCallID, work.m_dwServer, bFailed);
 }
 
 /// A server knows a registration again: it has none of our data, and it sends its own whole.
@@ -354,6 +354,5 @@ void CCDSNetProxy::onReregistered(CCDSWork& work)
     }
     const long lRequested = requestCallData(sCallID);
     CCDSLogging::logHRESULT(lRequested, "CCDSNetProxy::workerThread, m_pCDSAPI->GetCallData");
-    if (lRequested == E_CDS_NOTFOUND)
-        m_resync.nothingToSend(sCallID, work.m_dwServer);
+    m_resync.sentToOwner(sCallID, work.m_dwServer, lRequested != E_CDS_NOTFOUND);
 }

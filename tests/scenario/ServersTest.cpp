@@ -27,8 +27,10 @@ constexpr const char* cC = "10.0.0.3";
 class ServersTest : public testing::Test
 {
 protected:
-    ServersTest()
+    /// @param bWorkerSends  else whoever causes a request sends it
+    explicit ServersTest(bool bWorkerSends = true)
     {
+        CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", bWorkerSends ? 1 : 0);
         CFakeChannels::setNetwork(true);
         m_b.starts();
         m_a.starts();
@@ -577,6 +579,54 @@ TEST_F(ServersTest, WhatWaitsForItsOwnerIsSentOnce)
                                              StartsWith("10.0.0.2 unregister ")));
 }
 
+TEST_F(ServersTest, WhatOneKnewWhileTheOwnerWasAwayIsSentWhenAnotherComes)
+{
+    connects();
+    CFakeChannels::cutLink(cA, cB);
+    m_a.registers("carl", "sip:2", cB); // finds it unreachable
+    settle();
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    m_a.unregisters("ann");
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+}
+
+TEST_F(ServersTest, WhatDidNotFitIsOwedWhenItsTurnComesTooLate)
+{
+    for (const bool bKept : {false, true}) // by a registrant that takes it for a call of this server
+    {
+        SCOPED_TRACE(bKept);
+        const std::string sCallID = bKept ? "sip:kept" : "sip:parked";
+        (void)m_b.registers("reader of " + sCallID, sCallID, cB);
+        connects();
+        m_a.registers("ann of " + sCallID, sCallID, cB);
+        if (bKept)
+            m_a.registers("eve", sCallID, cA);
+        settle();
+        CFakeChannels::scriptSends({CFakeChannels::cTooLarge});
+        m_a.updates("ann of " + sCallID, CNews(sCallID).sets("ANI", "here"));
+        settle();
+        CFakeChannels::holdResponses(cA, true);
+        m_a.updates("ann of " + sCallID, CNews(sCallID).sets("DNIS", "4711")); // what was not sent is sent after this
+        settle();
+        m_a.unregisters("ann of " + sCallID);
+        settle();
+        CFakeChannels::holdResponses(cA, false);
+        settle();
+        ASSERT_EQ(ownersCopy(sCallID), sCallID + " DNIS=4711");
+        m_a.registers("bob of " + sCallID, sCallID, cB);
+        settle();
+        EXPECT_EQ(ownersCopy(sCallID), sCallID + " ANI=here DNIS=4711");
+    }
+}
+
 TEST_F(ServersTest, WithoutAFailureNothingIsMadeGood)
 {
     m_a.registers("ann", "sip:1", cB);
@@ -765,6 +815,130 @@ TEST_F(BusyWorkerTest, WhatWasSentOnceMoreForNobodyIsSentWhenAnotherComes)
     EXPECT_EQ(entriesAt(m_b, cA, 0), 3U);
 }
 
+TEST_F(BusyWorkerTest, WhatWasRefusedOutlastsARepeatedRegistration)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    writes("zoe");
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    CFakeChannels::holdResponses(cA, true);
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received(); // queued: the owner's data
+        CFakeChannels::holdResponses(cA, false);
+        received(); // queued: the call is registered again
+        m_a.registers("dan", "sip:3", cB);
+        m_a.unregisters("ann");
+    });
+    whileRegistering("sip:3", [this] { m_a.registers("bob", "sip:1", cB); });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("no registrants found"));
+    EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=zoe");
+}
+
+TEST_F(BusyWorkerTest, WhatDidNotFitIsOwedWhenNobodyIsThereAtItsTurn)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::scriptSends({CFakeChannels::cTooLarge});
+    m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+    settle();
+    CFakeChannels::holdResponses(cA, true);
+    m_a.updates("ann", CNews("sip:1").sets("DNIS", "4711"));
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdResponses(cA, false);
+        received(); // queued: the owner has the second
+        m_a.unregisters("ann");
+    });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_EQ(ownersCopy(), "sip:1 DNIS=4711");
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here DNIS=4711");
+}
+
+/// Owes the owner what one knew, while another keeps the record here.
+class DebtTest : public BusyWorkerTest
+{
+protected:
+    DebtTest()
+    {
+        m_a.registers("ann", "sip:1", cB);
+        m_a.registers("eve", "sip:1", cA);
+        settle();
+        CFakeChannels::cutLink(cA, cB);
+        m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
+        settle();
+        m_a.unregisters("ann");
+        settle();
+        CFakeChannels::restoreLink(cA, cB);
+        settle();
+    }
+    void expectPaidToTheNext()
+    {
+        ASSERT_EQ(ownersCopy(), "");
+        m_a.registers("dan", "sip:1", cB);
+        settle();
+        EXPECT_EQ(ownersCopy(), "sip:1 ANI=here");
+    }
+};
+
+TEST_F(DebtTest, IsNotPaidWhenTheNextHasLeftAlready)
+{
+    CFakeChannels::holdResponses(cA, true);
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    m_a.unregisters("bob");
+    settle();
+    CFakeChannels::holdResponses(cA, false);
+    settle();
+    expectPaidToTheNext();
+}
+
+TEST_F(DebtTest, IsOwedStillWhenItIsPaidBehindALeaving)
+{
+    CFakeChannels::holdResponses(cA, true);
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdResponses(cA, false);
+        received(); // queued: the owner knows of bob
+        m_a.unregisters("bob");
+    });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    expectPaidToTheNext();
+}
+
+TEST_F(DebtTest, IsOwedStillWhenTheOwnerIsLostDuringALeaving)
+{
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    ASSERT_EQ(ownersCopy(), "sip:1 ANI=here");
+    CFakeChannels::silenceLink(cA, cB);
+    m_a.unregisters("bob");
+    settle();
+    m_a.updates("eve", CNews("sip:1").sets("DNIS", "4711")); // to nobody: bob was the last
+    settle();
+    CFakeChannels::cutLink(cA, cB);
+    settle();
+    CFakeChannels::restoreLink(cA, cB);
+    settle();
+    m_a.registers("dan", "sip:1", cB);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here DNIS=4711");
+}
+
 /// Registrations and unregistrations of two, in every order, with the network held up between any two of them.
 class InterleavingTest : public ServersTest, public testing::WithParamInterface<int>
 {
@@ -821,6 +995,8 @@ INSTANTIATE_TEST_SUITE_P(Holds, InterleavingTest, testing::Range(0, 16));
 class TroubleTest : public ServersTest, public testing::WithParamInterface<unsigned int>
 {
 protected:
+    TroubleTest() : ServersTest(GetParam() % 4 != 0) {}
+
     unsigned int pick(unsigned int uBelow) { return static_cast<unsigned int>(m_random() % uBelow); }
     /// Somebody comes or goes.
     void toggles(const std::string& sWho, const std::string& sCallID)
