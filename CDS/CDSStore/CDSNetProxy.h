@@ -159,8 +159,8 @@ public:
     long remClientCall(const CSharedMessage& pMsg);
     /// Null when there is none.
     std::shared_ptr<CClientCall> getClientCall(const std::string& sCallID);
-    /// Whether a call is another server's and local registrants wait for it.
-    bool isWaitedFor(const std::string& sCallID);
+    /// Whether what is sent to a call's owner now comes to it while it knows of a registration of ours.
+    bool isAskedFor(const std::string& sCallID);
     /// Reads or changes a client call under its lock.
     template <class TAction> void withClientCalls(TAction action)
     {
@@ -197,6 +197,8 @@ public:
     /// Has the store deliver a call's data to the proxy, which distributes it.
     long requestCallData(const std::string& sCallID);
     /// Hands the store call data of a peer's, which stays the caller's.
+    ///
+    /// @return as Update's; E_CDS_NOTFOUND when nobody but the proxy is registered for the call
     long giveToStore(CCallData* pData);
 
     // CDRs: finished calls' records on their way to the server that collects them.
@@ -298,6 +300,7 @@ private:
     bool onSendRequest(CCDSWork& work);
     void onResponse(CCDSWork& work, const SWorkResponse& response);
     void onFailedCallData(CCDSWork& work);
+    void noteAsked(const CCDSWork& work, bool bAsked);
     void onUnregistered(CCDSWork& work, bool bFailed);
     void onRegistered(CCDSWork& work);
     void onReregistered(CCDSWork& work);

@@ -31,11 +31,23 @@ std::shared_ptr<CClientCall> CCDSNetProxy::getClientCall(const std::string& sCal
     return m_clientCalls.find(sCallID);
 }
 
-bool CCDSNetProxy::isWaitedFor(const std::string& sCallID)
+bool CCDSNetProxy::isAskedFor(const std::string& sCallID)
 {
     const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
     const auto pCall = m_clientCalls.find(sCallID);
-    return pCall != nullptr && pCall->m_lCount > 0;
+    return pCall != nullptr && pCall->m_bAsked;
+}
+
+/// A registration is about to be sent, or could not be.
+void CCDSNetProxy::noteAsked(const CCDSWork& work, bool bAsked)
+{
+    if (work.m_eKind != WORK_KIND_SEND_CLIENT_REGISTER && work.m_eKind != WORK_KIND_SEND_CLIENT_REREGISTER)
+        return;
+    std::string sCallID;
+    (void)dynamic_cast<const CRegistrationData*>(work.m_pMsg->getCallbackData())->getCallID(&sCallID); // always 0
+    const CCritSecLock lock(m_csCalls, __LINE__, __LINE__);
+    if (const auto pCall = m_clientCalls.find(sCallID); pCall != nullptr)
+        pCall->m_bAsked = bAsked;
 }
 
 long CCDSNetProxy::addClientCall(const CSharedMessage& pMsg)
@@ -179,6 +191,8 @@ long CCDSNetProxy::countUnregistration(const std::string& sCallID, const CShared
             *pdwKept = pCall->m_dwServer;
             return 0;
         }
+        if (pCall != nullptr)
+            pCall->m_bAsked = false; // what is sent from here on comes behind the unregistration
     }
     if (pCall == nullptr)
     {

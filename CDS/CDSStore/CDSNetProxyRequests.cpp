@@ -167,6 +167,6 @@ long CCDSNetProxy::unregisterPeer(CCDSWork& work, const std::string& sRegID, con
     const bool bNamed = bRegistered && (pEntry->m_sRegID == sRegID || pEntry->m_sStoreRegID == sRegID);
     lResult = bNamed ? lGone : E_CDS_NOTFOUND;
     CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::workerThread, unregisterClient, work - 0x%08X", uWork);
-    m_resync.entryRemoved(sCallID, work.m_dwPeer);
+    (void)m_resync.entryRemoved(sCallID, work.m_dwPeer); // stale or not
     return lResult;
 }

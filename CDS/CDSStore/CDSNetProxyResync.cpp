@@ -24,6 +24,7 @@ void CCDSNetProxyResync::exchangeFailed(const std::string& sCallID, std::uint32_
 
 void CCDSNetProxyResync::notReached(const std::string& sCallID, std::uint32_t dwPeer)
 {
+    m_setDisturbed.insert(dwPeer);
     if (m_mapStale[dwPeer].insert(sCallID).second)
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is stale, ipaddr 0x%08X", sCallID.c_str(), dwPeer);
 }
@@ -41,7 +42,6 @@ void CCDSNetProxyResync::unregistrationEnded(const std::string& sCallID, std::ui
         ownerEntryRemoved(sCallID, dwServer, bFailed);
         return;
     }
-    m_mapRefused.erase(sCallID); // the new registration brings everything
     if (m_pProxy->reserveDistribution(true, sCallID, sRegID, dwServer))
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is registered again, ipaddr 0x%08X", sCallID.c_str(),
                                 dwServer);
@@ -84,7 +84,7 @@ void CCDSNetProxyResync::ownerEntryRemoved(const std::string& sCallID, std::uint
 {
     m_mapRefused.erase(sCallID); // the next registration brings everything
     if (entryRemoved(sCallID, dwServer) || bFailed)
-        owe(sCallID);
+        owe(sCallID, dwServer);
 }
 
 bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t dwPeer)
@@ -100,50 +100,48 @@ bool CCDSNetProxyResync::entryRemoved(const std::string& sCallID, std::uint32_t 
 
 void CCDSNetProxyResync::sentToOwner(const std::string& sCallID, std::uint32_t dwServer, bool bAny)
 {
-    if (m_setDisturbed.contains(dwServer) && !(bAny && m_pProxy->isWaitedFor(sCallID)))
-        owe(sCallID);
+    if (m_setDisturbed.contains(dwServer) && !(bAny && m_pProxy->isAskedFor(sCallID)))
+        owe(sCallID, dwServer);
 }
 
 void CCDSNetProxyResync::dataRefused(const std::string& sCallID, CCallData& data)
 {
-    auto& pRefused = m_mapRefused[sCallID];
     bool bChanged = false;
-    if (pRefused == nullptr)
-        pRefused.reset(data.clone());
-    else
-        (void)pRefused->merge(&data, &bChanged); // without memory it is lost, here and above
+    if (const auto it = m_mapRefused.find(sCallID); it != m_mapRefused.end())
+        (void)it->second->merge(&data, &bChanged); // without memory some of it is lost
+    else if (std::unique_ptr<CCallData> pRefused(data.clone()); pRefused != nullptr)
+        m_mapRefused.emplace(sCallID, std::move(pRefused));
 }
 
 void CCDSNetProxyResync::somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer)
 {
-    if ((m_mapRefused.empty() && m_mapOwed.empty()) || !m_pProxy->isWaitedFor(sCallID))
-        return;
     if (auto node = m_mapRefused.extract(sCallID); !node.empty())
     {
         CCDSLogging::logWarning("CCDSNetProxyResync: call %s is taken up, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-        if (m_pProxy->giveToStore(node.mapped().get()) == E_CDS_NOTFOUND)
+        if (m_pProxy->giveToStore(node.mapped().get()) < 0)
             m_mapRefused.insert(std::move(node)); // they are gone again
     }
-    if (m_mapOwed.contains(sCallID))
-    {
-        CCDSLogging::logWarning("CCDSNetProxyResync: call %s is made good, ipaddr 0x%08X", sCallID.c_str(), dwServer);
-        if (m_pProxy->requestCallData(sCallID) >= 0)
-            m_mapOwed.erase(sCallID);
-    }
+    if (!m_mapOwed.contains(sCallID) || !m_pProxy->isAskedFor(sCallID))
+        return;
+    (void)m_pProxy->forgetPeerData(sCallID, dwServer); // what it says may have come behind an unregistration
+    if (m_pProxy->requestCallData(sCallID) < 0)
+        return;
+    m_mapOwed.erase(sCallID);
+    CCDSLogging::logWarning("CCDSNetProxyResync: call %s is made good, ipaddr 0x%08X", sCallID.c_str(), dwServer);
 }
 
-/// Has the store give a call's data for all peers.
+/// Has the store give a call's data for all peers, one of which has failed.
 void CCDSNetProxyResync::distributeAgain(const std::string& sCallID)
 {
-    const long lRequested = m_pProxy->requestCallData(sCallID);
-    if (m_pProxy->getClientCall(sCallID) != nullptr &&
-        (lRequested == E_CDS_NOTFOUND || !m_pProxy->isWaitedFor(sCallID)))
-        owe(sCallID);
+    const bool bGiven = m_pProxy->requestCallData(sCallID) >= 0;
+    if (const auto pCall = m_pProxy->getClientCall(sCallID); pCall != nullptr)
+        sentToOwner(sCallID, pCall->m_dwServer, bGiven);
 }
 
 /// Notes that a call's owner may lack what is here.
-void CCDSNetProxyResync::owe(const std::string& sCallID)
+void CCDSNetProxyResync::owe(const std::string& sCallID, std::uint32_t dwServer)
 {
+    m_setDisturbed.insert(dwServer);
     const std::uint64_t ullNow = CPortable::GetTickCountULL();
     m_mapOwed[sCallID] = ullNow;
     forgetOldDebts(ullNow);

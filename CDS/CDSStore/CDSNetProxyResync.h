@@ -11,7 +11,8 @@
 
 class CCDSNetProxy;
 
-/// Heals what a failure between two servers would lose for good. While nothing fails it does nothing.
+/// Heals what a failure between two servers, or a registrant that leaves at the wrong moment, would lose for good.
+/// While nothing is lost it does nothing.
 ///
 /// A call's changes go to each peer as differences, once. Whoever did not get one, because its exchange failed or
 /// because an unreachable peer was in line before it, never gets it again by itself. The proxy tells this class when
@@ -19,14 +20,14 @@ class CCDSNetProxy;
 /// the call's whole data, of which each peer is sent what it lacks.
 ///
 /// While nobody is registered for a call the store neither gives its data nor takes any, but keeps what it has for the
-/// next registrant. What an owner may lack of it by this is owed, and sent when that one has come; what the store has
-/// refused is handed to it again.
+/// next registrant. Nor does an owner take any from a server that it knows no registration of. What it may lack by this
+/// is owed, and sent whole when somebody has come; what the store has refused is handed to it again.
 ///
 /// Threads    worker thread only.
-/// Bounded    remembers at most one mark, and what was refused, for a call and peer that share a distribution entry:
-/// they
-///            go with the entry. Of what is owed one mark for a call, which counts for two minutes, longer than the
-///            store keeps the data of a call without registrants; older ones go when as many new ones have come.
+/// Bounded    remembers at most one mark for a call and peer that share a distribution entry, and goes with the entry;
+///            what was refused, which goes with the client call; one mark for a call that is owed. That is kept for two
+///            minutes at least, longer than the store keeps the data of a call without registrants, and goes when as
+///            many new ones have come. And a mark for each server with which anything ever failed.
 class CCDSNetProxyResync
 {
 public:
@@ -36,19 +37,22 @@ public:
     void exchangeFailed(const std::string& sCallID, std::uint32_t dwPeer);
 
     /// A call's data has reached a peer: what did not before may do so now.
-    void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer) { entryRemoved(sCallID, dwPeer); }
+    void exchangeSucceeded(const std::string& sCallID, std::uint32_t dwPeer)
+    {
+        (void)entryRemoved(sCallID, dwPeer);
+    } // stale or not
     bool isAnythingStale() const noexcept { return !m_mapStale.empty(); }
 
-    /// The connection to a server was lost: from now on it may know less of our calls than their entries say.
+    /// The connection to a server was lost: it may know less of our calls than their entries say.
     void connectionLost(std::uint32_t dwServer) { m_setDisturbed.insert(dwServer); }
-    /// What the owner may lack of a call is on its way. It gets there only before we unregister.
+    /// Data of a call is on its way to its owner. It counts there only between our registration and the end of it.
     ///
     /// @param bAny  false: nobody was registered here, so that there was nothing to send
     void sentToOwner(const std::string& sCallID, std::uint32_t dwServer, bool bAny);
     /// The store did not take a call's data, since nobody is registered for it here, while the owner's entry for us
     /// says that we have it.
     void dataRefused(const std::string& sCallID, CCallData& data);
-    /// Somebody is registered for a call here, and its owner knows of it.
+    /// Somebody is registered for a call here, and as far as we know its owner knows of it.
     void somebodyRegistered(const std::string& sCallID, std::uint32_t dwServer);
 
     /// A call's change was not sent to a peer.
@@ -56,6 +60,8 @@ public:
 
     /// The exchange of an unregistration has ended and its entry is gone. A registration may have come in meanwhile:
     /// then the entry is set up again, without call data.
+    ///
+    /// @param bFailed  the owner may not have heard of it
     void unregistrationEnded(const std::string& sCallID, std::uint32_t dwServer, bool bFailed);
 
     /// A registration is about to be sent again: the entry stands before the owner can answer with data.
@@ -90,14 +96,14 @@ public:
 private:
     void redistribute(std::uint32_t dwPeer);
     void distributeAgain(const std::string& sCallID);
-    void owe(const std::string& sCallID);
+    void owe(const std::string& sCallID, std::uint32_t dwServer);
     void forgetOldDebts(std::uint64_t ullNow);
 
     CCDSNetProxy* const m_pProxy;
     std::map<std::uint32_t, std::set<std::string>> m_mapStale;      // peer -> calls
     std::set<std::uint32_t> m_setLeftBehind;                        // peers whose entries stayed
-    std::set<std::uint32_t> m_setDisturbed;                         // servers that a connection was lost to, ever
+    std::set<std::uint32_t> m_setDisturbed;                         // servers with which anything ever failed
     std::map<std::string, std::unique_ptr<CCallData>> m_mapRefused; // call -> all that was refused
-    std::map<std::string, std::uint64_t> m_mapOwed; // call -> tick count in ms, when it was last found so
-    std::size_t m_uForgetAt = 0;                    // so many debts are worth a look for old ones
+    std::map<std::string, std::uint64_t> m_mapOwed;                 // call -> tick count in ms, when it was last noted
+    std::size_t m_uForgetAt = 0;                                    // so many debts are worth a look for old ones
 };

@@ -35,6 +35,7 @@ public:
     const std::string m_sCallID;
     const std::string m_sRegID;
     std::int32_t m_lCount = 0; // local registrations
+    bool m_bAsked = false;     // the last thing sent to the owner for it was a registration
     const std::uint32_t m_dwServer;
     // The last times given out for the call; they never go back.
     unsigned long long m_ullTimestamp = 0;

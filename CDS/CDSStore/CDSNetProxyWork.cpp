@@ -320,6 +320,7 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
         const CCritSecLock lock(m_csWork, __LINE__, __LINE__);
         pWork->m_bHandedToChannel = true;
     }
+    noteAsked(*pWork, true);
     const std::uint64_t ullEpoch = m_serverStates.epoch(pWork->m_dwServer);
     const auto pChannel = clientChannel();
     long lResult = E_CDS_NOCHANNEL;
@@ -335,6 +336,7 @@ long CCDSNetProxy::sendRequest(CCDSWork* pWork)
             break;
         CPortable::Sleep(cRetryMs); // after the last attempt too
     }
+    noteAsked(*pWork, false);
     if (cdsFailedByMessage(lResult)) // no event would make the peer reachable again
         CCDSLogging::logHRESULT(lResult, "CCDSNetProxy::sendRequest, %s bytes, ipaddr 0x%08X",
                                 std::to_string(pWork->m_sRequest.size() + 1).c_str(), pWork->m_dwServer);

@@ -354,5 +354,5 @@ void CCDSNetProxy::onReregistered(CCDSWork& work)
     }
     const long lRequested = requestCallData(sCallID);
     CCDSLogging::logHRESULT(lRequested, "CCDSNetProxy::workerThread, m_pCDSAPI->GetCallData");
-    m_resync.sentToOwner(sCallID, work.m_dwServer, lRequested != E_CDS_NOTFOUND);
+    m_resync.sentToOwner(sCallID, work.m_dwServer, lRequested >= 0);
 }

@@ -112,7 +112,7 @@ void CClusterTest::expectEntries(CNode& node, std::size_t uWatched, std::size_t 
     const auto tpUntil = CClock::now() + cLimit;
     std::vector<std::string> vecEntries;
     do
-        vecEntries = node.ask("entries" + text(left(tpUntil)));
+        vecEntries = node.ask("entries" + text(cLimit));
     while (vecEntries != vecExpected && CClock::now() < tpUntil);
     EXPECT_EQ(vecEntries, vecExpected) << "at " << node.address()
                                        << ": calls of other servers, registrations counted for them, entries for their "

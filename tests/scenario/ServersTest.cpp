@@ -506,7 +506,8 @@ TEST_F(ServersTest, WhatOneSentInVainBeforeItLeftIsSentWhenAnotherComes)
     m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
     settle();
     CFakeChannels::cutLink(cA, cB);
-    m_a.unregisters("ann"); // before the end of the exchange is handled, or after
+    settle();
+    m_a.unregisters("ann");
     settle();
     CFakeChannels::restoreLink(cA, cB);
     settle();
@@ -647,30 +648,35 @@ TEST_F(ServersTest, WhatWasOwedLongAgoIsForgotten)
 {
     connects();
     const auto owes = [this](unsigned uFirst, unsigned uCount) {
+        const auto nameOf = [](unsigned uCall) { return "ann of " + std::to_string(uCall); };
         for (unsigned uCall = uFirst; uCall < uFirst + uCount; ++uCall)
-            m_a.registers("ann of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
-        CFakeChannels::cutLink(cA, cB);
-        CFakeChannels::restoreLink(cA, cB); // they are registered again, without data to send
+            m_a.registers(nameOf(uCall), "sip:" + std::to_string(uCall), cB);
         settle();
+        CFakeChannels::cutLink(cA, cB);
         for (unsigned uCall = uFirst; uCall < uFirst + uCount; ++uCall)
-            m_a.unregisters("ann of " + std::to_string(uCall));
+        {
+            m_a.updates(nameOf(uCall), CNews("sip:" + std::to_string(uCall)).sets("ANI", "here"));
+            m_a.unregisters(nameOf(uCall));
+        }
+        settle();
+        CFakeChannels::restoreLink(cA, cB);
         settle();
     };
-    const auto isTakenUp = [this](unsigned uCall) {
+    const auto isMadeGood = [this](unsigned uCall) {
         CFakeLog::clear();
         m_a.registers("bob of " + std::to_string(uCall), "sip:" + std::to_string(uCall), cB);
         settle();
-        const bool bTakenUp = CFakeLog::contains("call sip:" + std::to_string(uCall) + " is made good");
+        const bool bMadeGood = CFakeLog::contains("call sip:" + std::to_string(uCall) + " is made good");
         m_a.unregisters("bob of " + std::to_string(uCall));
         settle();
-        return bTakenUp;
+        return bMadeGood;
     };
-    owes(10, 1);
-    EXPECT_TRUE(isTakenUp(10));
+    owes(10, 2);
+    EXPECT_TRUE(isMadeGood(10));
     CFakeClock::advance(121'000);
     owes(1'000, 1'000);
-    EXPECT_TRUE(isTakenUp(1'999));
-    EXPECT_FALSE(isTakenUp(10));
+    EXPECT_TRUE(isMadeGood(1'999));
+    EXPECT_FALSE(isMadeGood(11));
 }
 
 /// Lets things happen while the watcher's worker is busy sending a registration for a call: what they queue it handles
@@ -686,6 +692,8 @@ protected:
     {
         m_mapDuring.emplace(" for " + sCallID + " at ", std::move(fnDuring));
         CFakeChannels::whileSending([this](const CFakeChannels::CSent& sent) {
+            if (sent.sOwner != cA)
+                return;
             const std::string sText = takenApart(sent.sBytes.c_str()).sText;
             const auto it = std::find_if(m_mapDuring.begin(), m_mapDuring.end(), [&](const auto& during) {
                 return sText.find(during.first) != std::string::npos;
@@ -718,6 +726,31 @@ TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeIsTakenUpWhenAnotherComes)
     settle();
     ASSERT_TRUE(CFakeLog::contains("no registrants found"));
     EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
+}
+
+TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeWaitsForOneWhoStays)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    writes("alice");
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received(); // queued: the owner's data
+        m_a.registers("eve", "sip:3", cB);
+        m_a.unregisters("ann");
+        m_a.registers("fay", "sip:4", cB);
+    });
+    whileRegistering("sip:3", [this] {
+        m_a.registers("bob", "sip:1", cB);
+        m_a.unregisters("bob"); // gone when ann's leaving is handled
+    });
+    whileRegistering("sip:4", [this] { m_a.registers("dan", "sip:1", cB); });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    EXPECT_EQ(CFakeLog::countContaining("is taken up"), 2U);
+    EXPECT_EQ(m_a.copyOf("dan", "sip:1"), "sip:1 CALLERID=alice");
 }
 
 TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeComesWithTheNextRegistration)
@@ -764,7 +797,35 @@ TEST_F(BusyWorkerTest, WhatNobodyWasThereToTakeComesWithARegistrationDuringTheLe
     settle();
     ASSERT_TRUE(CFakeLog::contains("call sip:1 is registered again"));
     EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=alice");
-    EXPECT_FALSE(CFakeLog::contains("is taken up"));
+}
+
+TEST_F(BusyWorkerTest, WhatIsRefusedDuringALeavingOutlastsIt)
+{
+    m_a.registers("ann", "sip:1", cB);
+    settle();
+    writes("alice");
+    settle();
+    CFakeChannels::holdResponses(cA, true);
+    m_a.unregisters("ann");
+    settle();
+    CFakeChannels::holdRequests(cA, true);
+    m_a.registers("dan", "sip:1", cB);
+    settle();
+    writes("zoe"); // goes to dan's registration
+    settle();
+    whileRegistering("sip:2", [this] {
+        CFakeChannels::holdRequests(cA, false);
+        received(); // queued: the owner's data
+        m_a.registers("eve", "sip:3", cB);
+        CFakeChannels::holdResponses(cA, false);
+        received(); // queued: the ends of ann's and of dan's exchange
+        m_a.unregisters("dan");
+    });
+    whileRegistering("sip:3", [this] { m_a.registers("fay", "sip:1", cB); });
+    m_a.registers("carl", "sip:2", cB);
+    settle();
+    ASSERT_TRUE(CFakeLog::contains("no registrants found"));
+    EXPECT_EQ(m_a.copyOf("fay", "sip:1"), "sip:1 CALLERID=zoe");
 }
 
 TEST_F(BusyWorkerTest, WhatNobodyWasThereToSendAgainIsSentWhenAnotherComes)
@@ -844,9 +905,16 @@ TEST_F(BusyWorkerTest, WhatWasRefusedOutlastsARepeatedRegistration)
     EXPECT_EQ(m_a.copyOf("bob", "sip:1"), "sip:1 CALLERID=zoe");
 }
 
-TEST_F(BusyWorkerTest, WhatDidNotFitIsOwedWhenNobodyIsThereAtItsTurn)
+class TurnTest : public BusyWorkerTest, public testing::WithParamInterface<bool>
+{
+};
+
+/// @param  whether another, who takes it for a call of this server, keeps the record
+TEST_P(TurnTest, WhatDidNotFitIsOwedWhenNobodyIsThereAtItsTurn)
 {
     m_a.registers("ann", "sip:1", cB);
+    if (GetParam())
+        m_a.registers("eve", "sip:1", cA);
     settle();
     CFakeChannels::scriptSends({CFakeChannels::cTooLarge});
     m_a.updates("ann", CNews("sip:1").sets("ANI", "here"));
@@ -866,6 +934,7 @@ TEST_F(BusyWorkerTest, WhatDidNotFitIsOwedWhenNobodyIsThereAtItsTurn)
     settle();
     EXPECT_EQ(ownersCopy(), "sip:1 ANI=here DNIS=4711");
 }
+INSTANTIATE_TEST_SUITE_P(Keepers, TurnTest, testing::Bool());
 
 /// Owes the owner what one knew, while another keeps the record here.
 class DebtTest : public BusyWorkerTest
@@ -918,6 +987,25 @@ TEST_F(DebtTest, IsOwedStillWhenItIsPaidBehindALeaving)
     m_a.registers("carl", "sip:2", cB);
     settle();
     expectPaidToTheNext();
+}
+
+TEST_F(DebtTest, IsNotPaidByWhatCameBehindALeaving)
+{
+    m_a.registers("bob", "sip:1", cB);
+    settle();
+    ASSERT_EQ(ownersCopy(), "sip:1 ANI=here");
+    CFakeChannels::holdResponses(cA, true);
+    m_a.unregisters("bob");
+    settle();
+    m_a.updates("eve", CNews("sip:1").sets("DNIS", "4711")); // the owner drops it, and the entry says that it has it
+    settle();
+    m_a.registers("dan", "sip:1", cB);
+    m_a.registers("fay", "sip:1", cB);
+    m_a.unregisters("fay");
+    settle();
+    CFakeChannels::holdResponses(cA, false);
+    settle();
+    EXPECT_EQ(ownersCopy(), "sip:1 ANI=here DNIS=4711");
 }
 
 TEST_F(DebtTest, IsOwedStillWhenTheOwnerIsLostDuringALeaving)
