@@ -107,6 +107,7 @@ END {
         "Record_Merge/1:Record_CopyBare/1 Record_Merge/100:Record_CopyBare/100")
     comparePairs("Update, against the bare program", "Update_Existing/1000:Update_Bare/1000 " \
         "Update_Existing/10000:Update_Bare/10000 Update_ExistingUntraced/1000:Update_Bare/1000")
+    comparePairs("Trace line, against the logging library alone", "Trace_Line:Trace_Spdlog")
     comparePairs("Registration, against two maps", "Registration_Register/1000:Registration_Bare/1000 " \
         "Registration_Register/1000000:Registration_Bare/1000000")
     comparePairs("Registration, against the same among 1,000", \

@@ -109,6 +109,7 @@ long CStoreContender::onChange(CCallbackMsg* pMessage)
 
 std::string CStoreContender::messageText()
 {
+    const CServerPlace place("cds-bench", ""); // records are traced
     CCallData record(SampleCall::callID(0));
     fill(record, {CUpdateMark::now(), 1}, 1);
     CCallbackMsg message(0UL, SampleCall::callID(1), ccbr_calldata, &record, 0);
