@@ -86,8 +86,8 @@ private:
 ///
 /// Threads    Initialize, Finalize and the destructor are called by one thread at a time, never by one of the proxy's
 ///            own nor in a callback of the store. The other public operations may be called by any thread; those below
-///            "Distribution", "Client calls" and "CDRs" are the worker's, but for addClientCall, getClientCall, the
-///            two that set the cache's limits, and waitingCDRs.
+///            "Distribution", "Client calls" and "CDRs" are the worker's, but for addClientCall and what it calls,
+///            getClientCall, withClientCalls, the two that set the cache's limits, and waitingCDRs.
 /// Ownership  frees with itself whatever is still queued, waiting or distributed.
 /// Errors     results are 0 or a negative code of CDSResults.h or of the messaging library.
 class CCDSNetProxy

@@ -5,6 +5,7 @@
 #include "CDSAPI.h"
 #include "CDSLogging.h"
 #include "CDSNetProxy.h"
+#include "CDSNetProxyMessages.h"
 #include "CDSTraceText.h"
 
 #include <limits>
@@ -244,15 +245,19 @@ long CCDSNetProxy::sendPendingCDRCallData(unsigned long ulServer)
 {
     return cdsGuarded([&] {
         CCDSLogging::logWarning("sendPendingCDRCallData: ipaddr 0x%08X", cdsCode(ulServer));
+        long lNotSent = 0;
         for (const auto& pEntry : m_cdrCache.ofServer(static_cast<std::uint32_t>(ulServer)))
         {
             CWorkHold hold(newWork());
             if (!hold)
                 return E_CDS_OUTOFMEMORY;
-            if (const long lResult = sendCDR(hold, *pEntry, "sendPendingCDRCallData: sending "); lResult < 0)
+            const long lResult = sendCDR(hold, *pEntry, "sendPendingCDRCallData: sending ");
+            if (cdsIsTooLong(lResult))
+                lNotSent = lResult; // until it is too old; it keeps none behind it back
+            else if (lResult < 0)
                 return lResult; // the rest waits for the next event of that server
         }
-        return 0L;
+        return lNotSent;
     });
 }
 

@@ -145,9 +145,11 @@ long CCDSNetProxy::sendCallDataDistribution(CCallbackMsg* pMsg)
         if (lResult >= 0)
             continue;
         const CCalldataDistribution& entry = *vecEntries[uServed];
-        if (cdsFailedByMessage(lResult))
+        // What is too much for this one may be little for the others, who lack less.
+        if (cdsIsTooLong(lResult))
+            lNotSent = lResult; // and stays so: it is not tried again with every exchange that succeeds
+        else if (cdsFailedByMessage(lResult))
         {
-            // What is too much for this one may be little for the others, who lack less.
             m_resync.notReached(sCallID, entry.m_dwPeer);
             lNotSent = lResult;
         }

@@ -4,6 +4,7 @@
 
 #include "CCMLibraryX.h"
 #include "CDSLogging.h"
+#include "CDSResults.h"
 #include "CDSTraceText.h"
 
 #include <algorithm>
@@ -21,6 +22,11 @@ constexpr unsigned long cSlice = 128;
 constexpr unsigned long cMostSlices = 8192;
 
 } // namespace
+
+bool cdsIsTooLong(long lResult) noexcept
+{
+    return lResult == E_FAIL;
+}
 
 bool cdsFailedByMessage(long lResult) noexcept
 {

@@ -19,6 +19,9 @@ bool checkMessage(const char* pBuffer, unsigned long ulSize);
 /// empty. It reads as a dump line that ends too early; the lines that hold it are what operators know.
 std::string hexasciiMessage(const char* pBuffer, unsigned long ulSize);
 
+/// Whether a request could not be made since its message is too long for one. It will be no shorter next time.
+bool cdsIsTooLong(long lResult) noexcept;
+
 /// Whether a request could not be sent for a reason that lies in it alone: its peer may be as reachable as before.
 bool cdsFailedByMessage(long lResult) noexcept;
 

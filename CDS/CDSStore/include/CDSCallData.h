@@ -39,8 +39,10 @@ class CPCritSec;
 /// Errors     results are 0 or a negative code, E_CDS_OUTOFMEMORY wherever something is copied. The constructors throw
 ///            std::bad_alloc and KRException, deserialize the parse failure, the dumps and a blob's own operations
 ///            std::bad_alloc. Pointers to what is filled in are not null, unless said so.
-/// Limits     a value of more than about 499,000 bytes can be held but not serialized: its element is left out of the
-///            text with an error line in the trace log.
+/// Limits     a value of more than about 499,000 bytes can be held but not serialized: its bytes, or the value as a
+///            whole, are left out of the text with an error line in the trace log, and whoever reads the text gets
+///            something else in their place, or nothing at all. Keep values below that, and a call's whole record below
+///            499,000 bytes too when it is shared: a longer one reaches nobody who lacks all of it.
 class CDS_API CCallData : public CCallbackData
 {
 public:

@@ -13,6 +13,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
@@ -358,6 +359,20 @@ TEST_F(CdrCacheTest, SendingAgainStopsAtTheFirstThatFails)
     proxy().serverStates().set(cQuartersAddress, 1);
     EXPECT_EQ(proxy().sendPendingCDRCallData(cQuartersAddress), 0);
     EXPECT_EQ(proxy().sendPendingCDRCallData(0x0A000008UL), 0); // nothing waits for it
+}
+
+TEST_F(CdrCacheTest, OneThatIsTooLongForAMessageKeepsNoneBehindItBack)
+{
+    m_server.starts();
+    hands(ofSize("sip:1", 1));
+    hands(CNews("sip:2").sets("CALLERID", std::string(400'000, 'x')).sets("CALLEDID", std::string(400'000, 'x')));
+    hands(ofSize("sip:3", 1));
+    EXPECT_EQ(CFakeChannels::sent().size(), 2U);
+    CFakeChannels::forgetTraffic();
+    clientConnects();
+    EXPECT_THAT(sentInShort(), ElementsAre(HasSubstr("sip:1"), HasSubstr("sip:3")));
+    EXPECT_TRUE(isWaiting("sip:2"));
+    EXPECT_THAT(proxy().sendPendingCDRCallData(cQuartersAddress), FailsWith(E_FAIL));
 }
 
 TEST_F(CdrCacheTest, TheFirstOfTwoAnswersRemovesTheEntry)

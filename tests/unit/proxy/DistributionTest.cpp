@@ -219,6 +219,34 @@ TEST_F(DistributionTest, AMessageThatIsTooLargeForOnePeerCostsNobodyElseAnything
     }
 }
 
+TEST_F(DistributionTest, ARecordThatIsTooLongForOneMessageKeepsNothingFromTheOthers)
+{
+    adds(cTwo, "two");
+    adds(cThree, "three");
+    for (const char* const pszProperty : {"CALLERID", "CALLEDID"})
+        updates(CNews("sip:1").sets(pszProperty, std::string(400'000, 'x')));
+    EXPECT_EQ(CFakeChannels::sent().size(), 4U);        // one by one they fit
+    ASSERT_TRUE(proxy().forgetPeerData("sip:1", cTwo)); // now it lacks both
+    proxy().serverStates().set(static_cast<std::uint32_t>(cThree), 0);
+    updates(CNews("sip:1").sets("DNIS", "1"));
+    proxy().serverStates().set(static_cast<std::uint32_t>(cThree), 1);
+    CFakeChannels::forgetTraffic();
+    EXPECT_THAT(proxy().requestCallData("sip:1"), IsOk());
+    CProxyWorld::settle();
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.3 three: sip:1 DNIS=1"));
+
+    // Whoever cannot have all of it still has what changes, which is no reason to try all of it each time.
+    CFakeChannels::forgetTraffic();
+    updates(CNews("sip:1").sets("DNIS", "2"));
+    EXPECT_THAT(sentInShort(), ElementsAre("10.0.0.2 two: sip:1 DNIS=2", "10.0.0.3 three: sip:1 DNIS=2"));
+    CFakeLog::clear();
+    ASSERT_FALSE(CFakeChannels::sent().empty());
+    CFakeChannels::confirm(CFakeChannels::sent().front().ulRequestID);
+    CProxyWorld::settle();
+    EXPECT_FALSE(CFakeLog::contains("is distributed again, ipaddr 0x0A000002"));
+    EXPECT_FALSE(CFakeLog::contains("failed: 0x80004005"));
+}
+
 TEST_F(DistributionTest, AfterAFailureThePeerIsStillOwedTheChange)
 {
     CFakeConfiguration::setNumber("Orvane\\CDS", "SendInWorkerThread", 0);
